@@ -1,0 +1,3 @@
+set(VEXEL_SYSROOT_ARCH x64)
+include(${CMAKE_CURRENT_LIST_DIR}/windows-clang.cmake)
+set(CMAKE_CROSSCOMPILING_EMULATOR ${CMAKE_CURRENT_LIST_DIR}/../../scripts/wine-run)
