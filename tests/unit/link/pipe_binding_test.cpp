@@ -1,0 +1,83 @@
+#include "vexelsdk/link/pipe_binding.h"
+
+#include "tests/sim/file.h"
+#include "tests/sim/module.h"
+#include "tests/sim/process.h"
+#include "tests/sim/world.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+namespace {
+
+constexpr wchar_t kBesideHost[] = L"C:\\Host\\vpipearm64.dll";
+constexpr wchar_t kBesideSdk[] = L"C:\\Vexel\\vpipearm64.dll";
+
+class PipeBinding : public testing::Test {
+protected:
+  sim::World m_world;
+};
+
+TEST_F(PipeBinding, WithoutALibraryEveryEntryIsNull) {
+  const PipeClientBinding client;
+  EXPECT_EQ(client.CltConnectServer("anybody"), 0u);
+  const PipeServerBinding server;
+  EXPECT_EQ(server.CreatePipeSvr(), nullptr);
+  server.ReleasePipeSvr(nullptr);
+}
+
+TEST_F(PipeBinding, LooksBesideTheHostThenBesideTheSdkAndTheServersTwiceAtEach) {
+  const PipeClientBinding client;
+  EXPECT_EQ(sim::LoadRequests(), (std::vector<std::wstring>{kBesideHost, kBesideSdk}));
+  const PipeServerBinding server;
+  EXPECT_EQ(sim::LoadRequests(),
+            (std::vector<std::wstring>{kBesideHost, kBesideSdk, kBesideHost, kBesideHost, kBesideSdk, kBesideSdk}));
+}
+
+TEST_F(PipeBinding, FindsALibraryThatLiesOnlyBesideTheSdk) {
+  sim::AddPipeLibrary(kBesideSdk);
+  const PipeServerBinding binding;
+  PipeServer* const server = binding.CreatePipeSvr();
+  ASSERT_NE(server, nullptr);
+  binding.ReleasePipeSvr(server);
+  EXPECT_EQ(sim::LiveServers(), 0);
+}
+
+TEST_F(PipeBinding, TakesTheCopyInTheProcessAndNeverUnloadsIt) {
+  sim::AddPipeLibrary(kBesideHost);
+  { const PipeClientBinding first; }
+  EXPECT_EQ(sim::ReferenceCount(kBesideHost), 1);
+  sim::AddPipeLibrary(kBesideSdk);
+  const std::size_t attempts = sim::LoadRequests().size();
+  { const PipeServerBinding second; }
+  EXPECT_EQ(sim::LoadRequests().size(), attempts);
+  EXPECT_EQ(sim::ReferenceCount(kBesideHost), 1);
+}
+
+TEST_F(PipeBinding, AnEntryThatTheLibraryLacksStaysNull) {
+  sim::AddPipeLibrary(kBesideHost);
+  sim::RemoveEntry("CltConnectServer");
+  sim::RemoveEntry("CreatePipeSvr");
+  sim::RemoveEntry("ReleasePipeSvr");
+  const PipeClientBinding client;
+  EXPECT_EQ(client.CltConnectServer("anybody"), 0u);
+  const PipeServerBinding server;
+  EXPECT_EQ(server.CreatePipeSvr(), nullptr);
+  server.ReleasePipeSvr(nullptr);
+}
+
+TEST_F(PipeBinding, AModuleWithoutABackslashHasNoDirectory) {
+  wchar_t buffer[520] = {};
+  sim::ReportExecutablePath(L"browser.exe");
+  EXPECT_FALSE(BuildModuleDirectory(nullptr, buffer));
+  sim::ReportExecutablePath(L"C:\\browser.exe");
+  ASSERT_TRUE(BuildModuleDirectory(nullptr, buffer));
+  EXPECT_EQ(std::wstring(buffer), L"C:\\");
+  sim::ReportExecutablePath(L"C:\\a/\\browser.exe"); // what is left ends in a separator already
+  ASSERT_TRUE(BuildModuleDirectory(nullptr, buffer));
+  EXPECT_EQ(std::wstring(buffer), L"C:\\a/");
+}
+
+} // namespace
