@@ -1,0 +1,143 @@
+#include "foundation/logger.h"
+#include "platform/sync.h"
+#include "vexelsdk/engine/vexel_sdk_thread.h"
+
+namespace {
+
+constexpr std::uint32_t kPaceMs = 10; // at most one record in this time
+
+} // namespace
+
+bool VexelSDKThread::DoOperator(const SDK_OperatorData& record) {
+  if (IsFinished(record.m_id)) {
+    return false;
+  }
+  SDKLOG(LOG_INFO) << "m_op(SDK_Operator)=" << static_cast<std::int32_t>(record.m_op) << ", m_id=" << record.m_id
+                   << ", m_pid=" << record.m_pid;
+  bool result = true;
+  if (record.m_op == SDK_CLOSE) {
+    const std::shared_ptr<VexelSDKHelper> owner = GetHelperOfOperator(record);
+    VexelSDKHelper* const helper = owner.get();
+    if (helper == nullptr) {
+      // The number is read from the link that is missing: settled behaviour. Where this line is written the read faults
+      // and ends the host; with LOG_INFO shut off it is not made, and the id is finished below.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wnonnull" // the call on a null link is what is meant
+      SDKLOG(LOG_INFO) << "helper is null. pid=" << helper->GetPid();
+#pragma GCC diagnostic pop
+      SetClosing(record.m_id);
+      SetCallback(record.m_id, nullptr, nullptr);
+      SetFinished(record.m_id);
+      return false;
+    }
+    if (helper->IsConnecting()) {
+      SDKLOG(LOG_INFO) << "helper is connecting. pid=" << helper->GetPid();
+      SetClosing(record.m_id);
+      SetCallback(record.m_id, nullptr, nullptr);
+      helper->StopConnect();
+      return false;
+    }
+    if (helper->IsModify()) {
+      SDKLOG(LOG_INFO) << "helper is modify.";
+      SetModifyClose(record.m_id); // the browser stays subscribed: the user's answer comes back as an event
+    } else {
+      SetClosing(record.m_id);
+      SetCallback(record.m_id, nullptr, nullptr);
+      result = false;
+    }
+  }
+  SDK_OperatorData copy = record; // made before the lock, moved under it
+  bool wake = false;
+  {
+    const std::lock_guard lock(m_stateLock);
+    copy.m_pid = m_idToPid[record.m_id];
+    m_operators.push_back(std::move(copy));
+    wake = m_operatorIdle;
+    m_operatorIdle = false;
+  }
+  if (wake) {
+    m_operatorArrived.Set();
+  }
+  return result;
+}
+
+/// The next record, or false for an empty queue. `done` is set with the last look at the queue before the end.
+bool VexelSDKThread::TakeOperator(SDK_OperatorData& record, bool& done) {
+  const std::lock_guard lock(m_stateLock);
+  const bool taken = !m_operators.empty();
+  if (taken) {
+    record = std::move(m_operators.front());
+    m_operators.pop_front();
+  }
+  done = m_stop.load(std::memory_order_acquire) && m_operators.empty();
+  m_operatorIdle = !taken;
+  return taken;
+}
+
+/// The queue's wake-up, in place of a look every 10 milliseconds. Without the event it falls back to that look.
+void VexelSDKThread::WaitForOperator() {
+  if (!m_operatorArrived.WaitFor(platform::kInfinite)) {
+    platform::Sleep(kPaceMs);
+  }
+}
+
+void OperatorThreadFun() noexcept {
+  std::shared_ptr<VexelSDKThread> engine;
+  try {
+    engine = VexelSDKThread::GetInstance();
+  } catch (...) {
+    return;
+  }
+  bool done = false;
+  while (!done) {
+    SDK_OperatorData data;
+    try {
+      if (!engine->TakeOperator(data, done)) {
+        // An empty queue has no record to test at the gate, so a finished id 0 makes no difference here.
+        if (!done) {
+          engine->WaitForOperator();
+        }
+        continue;
+      }
+      if (engine->IsFinished(data.m_id)) {
+        continue; // the second gate: its id was finished while it waited
+      }
+      switch (data.m_op) {
+      case SDK_NONE:
+        break;
+      case SDK_PreLoadProcess:
+        SDKLOG(LOG_INFO) << "data.m_op = SDK_PreLoadProcess";
+        engine->HandlePreLoadProcess();
+        break;
+      case SDK_OPEN:
+        SDKLOG(LOG_INFO) << "data.m_op = SDK_OPEN data.m_id=" << data.m_id;
+        engine->HandleOpenProcess(data);
+        engine->SendOperator(data);
+        break;
+      default:
+        engine->SendOperator(data);
+        break;
+      }
+    } catch (...) {
+      // Out of memory: this record is lost, the next one may fare better.
+    }
+    platform::Sleep(kPaceMs);
+  }
+}
+
+void VexelSDKThread::SendOperator(const SDK_OperatorData& record) {
+  if (record.m_pid == 0) {
+    return; // nobody serves the id: the record ends here
+  }
+  bool sent = false;
+  const std::shared_ptr<VexelSDKHelper> helper = GetHelperByPid(record.m_pid);
+  if (helper != nullptr && !helper->WriteOperator(record, &sent)) {
+    SetFinished(record.m_id);
+    if (!sent && record.m_op == SDK_OPEN) {
+      AddToKillList(record.m_pid); // it never got its picture, so it is not left behind
+    }
+    return;
+  }
+  // Whatever the operator was, and also when no link was found.
+  ReportCustomMessage(record, "open_pic_success");
+}
