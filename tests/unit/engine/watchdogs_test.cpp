@@ -301,14 +301,19 @@ TEST(Teardown, LosesAStopThatFallsIntoTheSecondOfDoubt) {
             sim::InstallEditors();
             const platform::Window window = sim::MakeWindow();
             const std::int32_t id = OpenAndWait(window);
+            // The clock stands, so that the stop cannot miss that second.
+            sim::SetClockSpeed(0);
             sim::CrashProcess(Pid(id));
-            sim::WaitFor([&] { return !Probe().KnowsWindow(window); });
-            // The watch is in its second of doubt now, unless the machine was very slow: then this ends in time.
+            while (sim::WaitForRest() && Probe().KnowsWindow(window)) {
+              sim::AdvanceMs(100);
+            }
+            const int signals = sim::CallCount("SetEvent");
             std::atomic<bool> returned{false};
             std::thread teardown([&] {
               VexelSDKThread::DestroyInstance(VexelSDKThread::GetInstance());
               returned = true;
             });
+            sim::WaitFor([&] { return sim::CallCount("SetEvent") >= signals + 3; }); // the stop of each waiting thread
             sim::SetClockSpeed(kFast);
             sim::WaitFor([&] { return returned.load() || sim::NowMs() > 60000; });
             std::_Exit(returned ? 1 : 7);
