@@ -1,4 +1,4 @@
-# What is called and not written here: the JSON library, and GoogleTest for the tests.
+# What is called and not written here: the JSON library, CLI11 for the console tool, and GoogleTest for the tests.
 if(NOT EXISTS ${VEXELSDK_JSON_INCLUDE_DIR}/nlohmann/json.hpp)
   message(FATAL_ERROR "nlohmann/json.hpp is not in ${VEXELSDK_JSON_INCLUDE_DIR}: run './dev build', or set "
                       "VEXELSDK_JSON_INCLUDE_DIR to the include folder of version 3.9.1")
@@ -10,6 +10,17 @@ if(NOT _version STREQUAL "3;9;1")
 endif()
 add_library(vexel_json INTERFACE)
 target_include_directories(vexel_json SYSTEM INTERFACE ${VEXELSDK_JSON_INCLUDE_DIR})
+
+if(WIN32)
+  if(NOT EXISTS ${VEXELSDK_CLI11_DIR}/CLI.hpp)
+    message(FATAL_ERROR "CLI.hpp is not in ${VEXELSDK_CLI11_DIR}: install the package libcli11-dev, or set VEXELSDK_CLI11_DIR")
+  endif()
+  # Through a folder of its own: the one above it may be the build machine's, whose other headers must stay out of sight.
+  file(MAKE_DIRECTORY ${CMAKE_BINARY_DIR}/cli11)
+  file(CREATE_LINK ${VEXELSDK_CLI11_DIR} ${CMAKE_BINARY_DIR}/cli11/CLI SYMBOLIC)
+  add_library(vexel_cli11 INTERFACE)
+  target_include_directories(vexel_cli11 SYSTEM INTERFACE ${CMAKE_BINARY_DIR}/cli11)
+endif()
 
 if(VEXELSDK_TESTS)
   if(NOT EXISTS ${VEXELSDK_GTEST_DIR}/CMakeLists.txt)

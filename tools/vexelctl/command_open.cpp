@@ -1,0 +1,58 @@
+#include "tools/vexelctl/commands.h"
+#include "tools/vexelctl/console.h"
+#include "tools/vexelctl/open_host.h"
+#include "tools/vexelctl/sdk_library.h"
+#include "tools/vexelctl/windows_util.h"
+
+#include <windows.h>
+
+#include <cstdio>
+#include <iostream>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace vexelctl {
+
+int RunOpen(const OpenOptions& options) {
+  std::vector<std::wstring> paths;
+  for (const std::string& picture : options.pictures) {
+    const std::wstring path = FullPath(ToWide(picture));
+    if (!IsFile(path)) {
+      return Fail("there is no picture '" + picture + "'", kExitInput);
+    }
+    paths.push_back(path);
+  }
+  SdkLibrary sdk;
+  std::string error;
+  if (!sdk.Load(LibraryPath(options.sdk), &error)) {
+    return Fail(error, kExitInput);
+  }
+  SetProcessDPIAware();
+  // Never destroyed: the thread that reads standard input has no end of its own.
+  auto* const host = new OpenHost(options, sdk);
+  if (!host->CreateClass()) {
+    return kExitInput;
+  }
+  sdk.init(nullptr);
+  for (const std::wstring& path : paths) {
+    if (!host->OpenNew(path)) {
+      Warn("no window can be made: is there a display?");
+      std::fflush(nullptr);
+      TerminateProcess(GetCurrentProcess(), kExitInput);
+    }
+  }
+  std::thread([host] {
+    for (std::string line; std::getline(std::cin, line);) {
+      host->TakeLine(line.substr(0, line.find('\r')));
+    }
+    host->EndOfInput();
+  }).detach();
+  const int code = host->Run();
+  std::fflush(nullptr);
+  // That thread sits in a read, and would hold up the runtime's end.
+  TerminateProcess(GetCurrentProcess(), static_cast<UINT>(code));
+  return code;
+}
+
+} // namespace vexelctl
