@@ -201,6 +201,18 @@ bool StepToNextWake(std::uint64_t milliseconds) {
   return true;
 }
 
+bool LetPass(std::uint64_t milliseconds) {
+  const std::uint64_t until = NowMs() + milliseconds;
+  while (WaitForRest()) {
+    const std::uint64_t now = NowMs();
+    if (now >= until) {
+      return true;
+    }
+    StepToNextWake(until - now);
+  }
+  return false;
+}
+
 void LeapMs(std::uint64_t milliseconds) {
   const Lock lock = TakeLock();
   TheClock().simBaseNs += static_cast<std::int64_t>(milliseconds) * kNsPerMs;

@@ -17,7 +17,7 @@ void AdvanceMs(std::uint64_t milliseconds);
 /// With the clock stopped: waits until every thread that has called the platform and every thread of the simulated
 /// system waits in it, for time or for one another; the caller and the main thread aside. What a test then reads stays
 /// as it is until it acts. False when `seconds` of real time did not suffice.
-bool WaitForRest(int seconds = 60);
+bool WaitForRest(int seconds = 200);
 
 /// With the clock stopped and the world at rest: moves time to the end of the wait that ends next, or by
 /// `milliseconds` when none ends before. Waits that begin while the clock stands end one by one, in the order of their
@@ -26,6 +26,10 @@ bool StepToNextWake(std::uint64_t milliseconds);
 
 /// With the clock stopped: moves time ahead and ends no wait; StepToNextWake then ends one by one those that are over.
 void LeapMs(std::uint64_t milliseconds);
+
+/// With the clock stopped: lets `milliseconds` pass, each wait ending at its own time, however slow the machine is. False
+/// when the world does not come to rest.
+bool LetPass(std::uint64_t milliseconds);
 
 /// Whether some thread waits, having asked for so many milliseconds.
 bool SomeoneWaitsFor(std::uint32_t milliseconds);

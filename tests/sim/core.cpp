@@ -203,7 +203,7 @@ void Reset() {
     lock.lock();
   }
   const int self = !t_own && ::syscall(SYS_gettid) != ::getpid() ? 1 : 0;
-  constexpr auto kLimit = std::chrono::seconds(60);
+  constexpr auto kLimit = std::chrono::seconds(200);
   if (!core.threadEnded.wait_for(lock, kLimit, [&] { return core.foreignThreads <= self; })) {
     Die("a world was reset while " + std::to_string(core.foreignThreads - self) + " of its threads still run");
   }

@@ -69,7 +69,7 @@ bool SendEventHere(std::uint32_t pid, const std::string& text);
 
 /// Waits until every event sent so far to the SDK's server of the process has been taken by it. False when `seconds` of
 /// real time did not suffice, or it has no server.
-bool FlushEvents(std::uint32_t pid, int seconds = 60);
+bool FlushEvents(std::uint32_t pid, int seconds = 200);
 
 /// What an editor has received on the client channel, in order; kept after its end, until the id is used again.
 std::vector<ReceivedText> ReceivedTexts(std::uint32_t pid);

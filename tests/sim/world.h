@@ -40,7 +40,7 @@ void After(std::uint32_t milliseconds, std::function<void()> task);
 
 /// Waits until `condition` holds, asking again each millisecond of real time. False when it does not hold after
 /// `seconds` of real time.
-bool WaitFor(const std::function<bool()>& condition, int seconds = 60);
+bool WaitFor(const std::function<bool()>& condition, int seconds = 200);
 
 /// The threads that called the platform and still run, without the main thread and those of the simulated system.
 int LiveThreads();

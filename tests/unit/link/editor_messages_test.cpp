@@ -133,6 +133,8 @@ struct InboundRow {
   std::int64_t exitedPid; // -1: none
 };
 
+void PrintTo(const InboundRow& row, std::ostream* out) { *out << row.text; }
+
 class EditorText : public testing::TestWithParam<InboundRow> {};
 
 TEST_P(EditorText, MeansWhatItsKeysSay) {

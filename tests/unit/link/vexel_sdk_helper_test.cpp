@@ -8,6 +8,7 @@
 #include "tests/sim/module.h"
 #include "tests/sim/process.h"
 #include "tests/sim/world.h"
+#include "tests/unit/number_behind.h"
 
 #include <gtest/gtest.h>
 
@@ -167,7 +168,7 @@ TEST_F(EditorHelper, GivesUpAfterAHundredSeconds) {
   EXPECT_FALSE(helper.WriteOperator(RecordOf(SDK_OPEN), &sent));
   EXPECT_FALSE(sent);
   EXPECT_GT(sim::NowMs() - before, 100000u);
-  EXPECT_TRUE(LogHolds("failure. is_stop=0, duration=10"));
+  EXPECT_GT(NumberBehind(Log(), "failure. is_stop=0, duration="), 100000u);
 }
 
 TEST_F(EditorHelper, StopConnectEndsThisAndEveryLaterAttempt) {
