@@ -16,6 +16,31 @@ class HostHazards : public SdkTest {
 protected:
   static constexpr int kReloads = 100;
 
+  static bool MayBeWritten(const std::wstring& path) {
+    const HANDLE file = CreateFileW(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
+                                    OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+    return file != INVALID_HANDLE_VALUE && CloseHandle(file);
+  }
+
+  /// Runs "TOOL OPTIONS PATH" on the system under Wine. False where there is none.
+  static bool RunToolUnderWine(const std::wstring& tool, const std::wstring& options, const std::wstring& path) {
+    using UnixNameFn = char*(CDECL*)(const wchar_t*);
+    const auto unixName = reinterpret_cast<UnixNameFn>(
+        reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"kernel32.dll"), "wine_get_unix_file_name")));
+    if (unixName == nullptr) {
+      return false;
+    }
+    char* const name = unixName(path.c_str());
+    std::wstring command = tool + L" " + options + L" \"" + Wide(name) + L"\"";
+    HeapFree(GetProcessHeap(), 0, name);
+    STARTUPINFOW startup{};
+    startup.cb = sizeof startup;
+    PROCESS_INFORMATION child{};
+    EXPECT_TRUE(CreateProcessW((L"Z:\\bin\\" + tool).c_str(), command.data(), nullptr, nullptr, FALSE, 0, nullptr,
+                               nullptr, &startup, &child));
+    return true;
+  }
+
   void Reload() {
     EXPECT_EQ(Host().Ask("unload"), 1);
     EXPECT_EQ(Host().Ask("load " + wire::Encode(Folder().Path() + L"vexelsdk.dll")), 16);
@@ -244,6 +269,33 @@ TEST_F(HostHazards, LogThatMayNotBeWrittenKeepsSilentUntilItMay) {
   EXPECT_EQ(Host().Ask("operate 1 6"), 1);
   WaitForLog("m_op(SDK_Operator)=16");
   EXPECT_EQ(BrokenLine(ReadFileBytes(Folder().LogFile())), "");
+}
+
+TEST_F(HostHazards, FullDiskLosesTheLogAndNothingElse) {
+  CreateDirectoryW((Folder().Path() + L"log").c_str(), nullptr);
+  // This file takes the log's place: whatever is written to it finds the disk full.
+  if (!MayBeWritten(L"Z:\\dev\\full") || !RunToolUnderWine(L"ln", L"-s /dev/full", Folder().LogFile())) {
+    GTEST_SKIP() << "there is no disk that is always full";
+  }
+  ASSERT_TRUE(WaitFor([&] { return MayBeWritten(Folder().LogFile()); }));
+  StartHost();
+  Host().Ask("init");
+  const Opened opened = OpenAndWait();
+  Modify(opened);
+  EXPECT_EQ(Host().Ask("operate 1 7"), 1);
+  Host().WaitForEvent(1, "\"edit\"", 2);
+  EXPECT_EQ(Host().Ask("close 1"), 0);
+  EXPECT_EQ(Host().Ask("uninit"), 1);
+  EXPECT_EQ(OpenAndWait().id, 1);
+  const HANDLE file = CreateFileW(Folder().LogFile().c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE,
+                                  nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+  DWORD written = 1;
+  EXPECT_FALSE(WriteFile(file, "x", 1, &written, nullptr)) << "the log was where there is room";
+  EXPECT_EQ(GetLastError(), DWORD{ERROR_DISK_FULL});
+  CloseHandle(file);
+  // The folder can go only without it.
+  EXPECT_TRUE(RunToolUnderWine(L"rm", L"-f", Folder().LogFile()));
+  EXPECT_TRUE(WaitFor([&] { return !MayBeWritten(Folder().LogFile()); }));
 }
 
 } // namespace

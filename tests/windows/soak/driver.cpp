@@ -19,15 +19,13 @@ using sdktest::Contains;
 using sdktest::IsRunning;
 using sdktest::NumberAfter;
 
-/// Nothing healthy stands still for so long: an exchange that is not answered is given up after half a minute.
-constexpr auto kStandstill = 300s;
+/// So long without an id that opens or ends: a connect is given up after 100 s, an exchange after half a minute.
+constexpr auto kStandstill = 600s;
 constexpr auto kLookAgain = 1000ms;
 constexpr auto kSweepPause = 400ms;
 /// Long enough that a crash which is going to be told has been told.
 constexpr auto kSilence = 45s;
 constexpr auto kLeaveLimit = 180s;
-/// The pause of a window's user for each window that there is: the engine serves them one after the other.
-constexpr int kPauseForEachMs = 500;
 constexpr std::int64_t kTransparent = WS_EX_TRANSPARENT;
 
 } // namespace
@@ -76,9 +74,6 @@ std::size_t Driver::CountSlots(Step step) const {
 void Driver::TakeEvents() {
   const std::vector<sdktest::Event> events = m_host.EventsFrom(m_eventsTaken);
   m_eventsTaken += events.size();
-  if (!events.empty()) {
-    m_lastProgress = Clock::now();
-  }
   for (const sdktest::Event& event : events) {
     Life* life = nullptr;
     for (const Slot& slot : m_slots) {
@@ -94,8 +89,12 @@ void Driver::TakeEvents() {
       continue;
     }
     const int before = life->Started();
+    const bool wasOpen = life->IsOpen();
     if (const std::string wrong = life->Take(event); !wrong.empty()) {
       Fail(life, wrong + ": " + event.text);
+    }
+    if (life->Started() > before || life->IsOpen() != wasOpen) {
+      m_lastProgress = Clock::now();
     }
     if (life->Started() > before && !m_served.insert(life->Pid()).second) {
       ++m_reusedPids;
@@ -145,145 +144,6 @@ void Driver::Release(std::uint32_t pid, std::int32_t id, bool mayStay) {
   m_leaving.push_back({pid, id, mayStay, std::make_unique<sdktest::ProgramHandle>(pid)});
 }
 
-// ------------------------------------------------------------------------------------------------ what the user does
-
-void Driver::Open(Slot& slot) {
-  if (slot.window == 0 || m_random() % 4 == 0) {
-    if (slot.window != 0) {
-      m_host.Ask("destroywindow " + std::to_string(slot.window));
-    }
-    slot.window = m_host.Ask("window");
-  }
-  const std::wstring param = m_random() % 3 == 0 ? sdktest::Base64("/apptype:2") : L"";
-  const std::int64_t id = m_host.Ask("open " + std::to_string(slot.window) + " " + wire::Encode(slot.picture) + " 0 " +
-                                     wire::Encode(param) + " on");
-  ++m_opens;
-  if (id <= m_lastId) {
-    Fail(nullptr, "the id " + std::to_string(id) + " was given out after " + std::to_string(m_lastId));
-  }
-  m_lastId = static_cast<std::int32_t>(id);
-  slot.life = std::make_unique<Life>(m_lastId);
-  slot.life->AddOpen();
-  Go(slot, Step::kOpening, kLookAgain);
-}
-
-void Driver::Replace(Slot& slot) {
-  const std::uint32_t old = slot.life->Pid();
-  const std::int64_t id =
-      m_host.Ask("open " + std::to_string(slot.window) + " " + wire::Encode(slot.picture) + " 0 @null on");
-  ++m_opens;
-  ++m_replaced;
-  if (id != slot.life->Id()) {
-    // Its editor has come to an end in the meantime, which may yet be told. The new id begins a life of its own.
-    TakeEvents();
-    const bool isFinished = Ask("isclose", slot.life->Id()) == 1;
-    if (id <= m_lastId || (!isFinished && IsRunning(old))) {
-      Fail(slot.life.get(), "a living window was given the new id " + std::to_string(id));
-    }
-    if (!HasEnded(slot)) {
-      EndLife(slot, isFinished ? End::kFailed : End::kCrashed);
-    }
-    m_lastId = static_cast<std::int32_t>(id);
-    slot.life = std::make_unique<Life>(m_lastId);
-  } else {
-    Release(old, slot.life->Id(), false);
-  }
-  slot.life->AddOpen();
-  Go(slot, Step::kOpening, kLookAgain);
-}
-
-void Driver::Close(Slot& slot) {
-  const std::int32_t id = slot.life->Id();
-  if (Ask("isclose", id) == 1) {
-    TakeEvents();
-    EndLife(slot, slot.life->Finishes() > 0 ? End::kFinished : End::kFailed);
-    return;
-  }
-  const bool waits = Ask("close", id) == 1;
-  TakeEvents();
-  if (waits) {
-    // An editor with unsaved changes asks its user, who answers as the editor has said.
-    ++m_asked;
-    Go(slot, Step::kWaitAnswer, 0ms);
-    if (!slot.life->IsModified()) {
-      Fail(slot.life.get(), "a close waits for changes that there are not");
-    }
-    return;
-  }
-  if (Ask("isclose", id) != 1) {
-    Fail(slot.life.get(), "an id is not closed after its close");
-  }
-  EndLife(slot, slot.life->Finishes() > 0 ? End::kFinished : End::kClosed);
-}
-
-void Driver::CloseWithChanges(Slot& slot) {
-  m_host.Ask("operate " + std::to_string(slot.life->Id()) + " 1");
-  Go(slot, Step::kWaitEdit, kLookAgain);
-}
-
-void Driver::Terminate(Slot& slot) {
-  ++m_terminated;
-  sdktest::EndProgram(slot.life->Pid());
-  Go(slot, Step::kWaitEnd, kLookAgain);
-}
-
-void Driver::Operate(Slot& slot) {
-  const std::string id = std::to_string(slot.life->Id());
-  switch (m_random() % 4) {
-  case 0:
-    m_host.Do("setpos " + id + " 1 2 300 200");
-    break;
-  case 1:
-    m_host.Do("fullscreen " + id + " 0");
-    break;
-  case 2:
-    m_host.Ask("command " + id + " 3");
-    break;
-  default:
-    m_host.Ask("operate " + id + " 6");
-  }
-  Go(slot, Step::kOpen, Between(100, static_cast<int>(m_plan.windows) * kPauseForEachMs));
-}
-
-void Driver::EndWindow(Slot& slot) {
-  m_host.Ask("destroywindow " + std::to_string(slot.window));
-  slot.window = 0;
-  Go(slot, Step::kWaitEnd, kLookAgain);
-}
-
-void Driver::KillWaitingEditor() {
-  std::set<std::uint32_t> busy = m_served;
-  for (const sdktest::Program& program : sdktest::ProgramsUnder(m_folder.Path())) {
-    if (program.name != L"testhost.exe" && !busy.contains(program.pid)) {
-      sdktest::EndProgram(program.pid);
-      m_served.insert(program.pid);
-      ++m_terminated;
-      return;
-    }
-  }
-}
-
-void Driver::Act(Slot& slot) {
-  if (slot.isUnwatched) {
-    Close(slot);
-    return;
-  }
-  const unsigned choice = m_random() % 100;
-  if (choice < 28) {
-    Close(slot);
-  } else if (choice < 42 && !slot.life->Answer().empty()) {
-    CloseWithChanges(slot);
-  } else if (choice < 54) {
-    Replace(slot);
-  } else if (choice < 72) {
-    Terminate(slot);
-  } else if (choice < 78) {
-    EndWindow(slot);
-  } else {
-    Operate(slot);
-  }
-}
-
 // ---------------------------------------------------------------------------------------------------- what comes next
 
 void Driver::LookAtOpening(Slot& slot) {
@@ -295,7 +155,7 @@ void Driver::LookAtOpening(Slot& slot) {
     return;
   }
   if (life.IsOpen()) {
-    Go(slot, Step::kOpen, Between(0, static_cast<int>(m_plan.windows) * kPauseForEachMs));
+    Go(slot, Step::kOpen, Between(0, LongestPause()));
     return;
   }
   if (!IsPast(slot.due)) {
@@ -395,12 +255,16 @@ void Driver::Pass() {
   TakeEvents();
   for (Slot& slot : m_slots) {
     Look(slot);
-    const bool isIdle = slot.step == Step::kAway || slot.step == Step::kOpen;
-    if (!isIdle && IsPast(slot.since + kStandstill)) {
-      Fail(slot.life.get(), "nothing moves; the step is " + std::to_string(static_cast<int>(slot.step)));
-    }
   }
   Sweep();
+  // One window may wait long for the others: the engine serves them one after the other.
+  if (IsPast(m_lastProgress + kStandstill)) {
+    for (const Slot& slot : m_slots) {
+      if (slot.life != nullptr) {
+        Fail(slot.life.get(), "nothing moves; the step is " + std::to_string(static_cast<int>(slot.step)));
+      }
+    }
+  }
   Sleep(5);
 }
 
@@ -413,7 +277,7 @@ bool Driver::OpenAll() {
     TakeEvents();
     for (Slot& slot : m_slots) {
       if (slot.step == Step::kOpening && slot.life->IsOpen()) {
-        Go(slot, Step::kOpen, Between(0, static_cast<int>(m_plan.windows) * kPauseForEachMs));
+        Go(slot, Step::kOpen, Between(0, LongestPause()));
       }
     }
     if (IsPast(m_lastProgress + kStandstill)) {

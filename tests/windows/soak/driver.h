@@ -96,6 +96,8 @@ private:
   static bool HasFailed() { return ::testing::Test::HasFailure(); }
   void Fail(const Life* life, const std::string& what);
   bool IsPast(Clock::time_point time) const { return Clock::now() >= time; }
+  /// A window's user rests for so many ms at most: longer for more windows, as the engine serves one after the other.
+  int LongestPause() const { return static_cast<int>(m_slots.size()) * 500; }
   std::chrono::milliseconds Between(int least, int most);
   void Sweep();
   void Pass();
