@@ -169,8 +169,8 @@ void Driver::LookAtOpening(Slot& slot) {
   }
   // It has a process and goes no further: the editor hangs or does not serve. Its user loses patience.
   if (life.Started() == life.Opens() && !life.IsOpen() && IsRunning(life.Pid()) && m_random() % 2 == 0) {
-    if (m_random() % 6 == 0) {
-      Close(slot);
+    if (m_random() % 10 == 0) {
+      Close(slot); // should it hang, all others wait until its exchange is given up
     } else {
       ++m_terminated;
       sdktest::EndProgram(life.Pid());

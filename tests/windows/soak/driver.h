@@ -47,6 +47,8 @@ public:
 
   int Cycles() const { return m_cycles; }
   std::size_t Processes() const { return m_served.size(); }
+  /// How often the system gave a process id that an earlier process had had.
+  int ReusedPids() const { return m_reusedPids; }
   /// One line with all counts.
   std::string Summary() const;
 

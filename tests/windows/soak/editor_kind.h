@@ -17,7 +17,4 @@ EditorKind CalmEditor();
 /// Mostly calm ones; some hang, flood, die in each of the ways that there are, or leave.
 EditorKind RandomEditor(std::mt19937& random);
 
-/// How many events a flooding editor sends.
-inline constexpr int kFlood = 60;
-
 } // namespace soak
