@@ -25,8 +25,8 @@ std::int64_t Setting(const char* name, std::int64_t otherwise) {
   return text == nullptr || *text == '\0' ? otherwise : std::strtoll(text, nullptr, 10);
 }
 
-/// What a link to a process holds until the teardown, each with room for one more.
-constexpr std::int64_t kHandlesForEachProcess = 12;
+/// What a link to a process holds until the teardown, each with some room.
+constexpr std::int64_t kHandlesForEachProcess = 14;
 constexpr std::int64_t kHeapForEachProcess = 16 * 1024;
 constexpr std::int64_t kThreadsForEachProcess = 2;
 /// What stays behind for each id: texts that found no callback, and the test host's own registration.
