@@ -16,8 +16,9 @@ namespace vpipe {
 inline constexpr std::size_t kFrameHeaderBytes = 4;
 inline constexpr std::size_t kMaxTextBytes = 16u * 1024 * 1024;
 
-// What a buffer starts with, and what it may keep while it waits for the next message.
-inline constexpr std::size_t kInitialBufferBytes = 64u * 1024;
+// What a buffer starts with, and what it may keep while it waits for the next message. Links outlive their editors, so
+// it starts small: several buffers are held for each editor that there ever was.
+inline constexpr std::size_t kInitialBufferBytes = 4u * 1024;
 inline constexpr std::size_t kKeptBufferBytes = 1024u * 1024;
 
 /// Whether `text` may travel: 1 to kMaxTextBytes bytes and no NUL.

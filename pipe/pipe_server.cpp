@@ -158,8 +158,6 @@ unsigned __stdcall NamedPipeServer::WorkerThreadFun(void* argument) {
 }
 
 void NamedPipeServer::Work(Worker& worker) {
-  FrameDecoder decoder;
-  FrameEncoder encoder;
   for (;;) {
     const DWORD error = worker.channel.Connect();
     if (m_stopping) {
@@ -172,7 +170,7 @@ void NamedPipeServer::Work(Worker& worker) {
     }
     Accepted();
     try {
-      Converse(worker.channel, decoder, encoder);
+      Converse(worker.channel);
     } catch (const std::bad_alloc&) {
       // No memory for this client's text: the client is cut off like one that breaks the rules.
     }
@@ -188,8 +186,10 @@ void NamedPipeServer::Work(Worker& worker) {
 }
 
 /// Talks to one client until it leaves, breaks the rules or the server stops.
-void NamedPipeServer::Converse(PipeChannel& channel, FrameDecoder& decoder, FrameEncoder& encoder) {
-  decoder.Reset();
+void NamedPipeServer::Converse(PipeChannel& channel) {
+  // Gone with the client: the next one may be long in coming.
+  FrameDecoder decoder;
+  FrameEncoder encoder;
   bool peerReads = true;
   for (;;) {
     std::string_view text;

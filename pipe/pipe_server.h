@@ -51,7 +51,7 @@ private:
   DWORD AddListenerLocked(DWORD openFlags);
   Worker* Stop();
   void Work(Worker& worker);
-  void Converse(PipeChannel& channel, FrameDecoder& decoder, FrameEncoder& encoder);
+  void Converse(PipeChannel& channel);
   bool Answer(PipeChannel& channel, FrameEncoder& encoder, std::intptr_t result, bool* peerReads);
   std::intptr_t Deliver(const char* text) noexcept;
   void Accepted();

@@ -211,6 +211,16 @@ TEST(FrameDecoder, GrowsWithWhatArrivesAndNotWithWhatIsAnnounced) {
   EXPECT_LT(decoder.Capacity(), 1000000u);
 }
 
+TEST(FrameDecoder, TakesAFewKibibytesForOrdinaryTexts) {
+  FrameDecoder decoder;
+  std::string_view text;
+  for (int i = 0; i < 100; ++i) {
+    Feed(decoder, Frame(std::string(500, 'z')));
+    ASSERT_EQ(decoder.Next(&text), Status::kMessage);
+  }
+  EXPECT_LE(decoder.Capacity(), 4096u);
+}
+
 TEST(FrameDecoder, KeepsItsBufferFromTextToText) {
   FrameDecoder decoder;
   const char* place = decoder.Prepare().data;

@@ -97,6 +97,21 @@ TEST_F(CloseEditor, WhileConnectingStopsTheAttempt) {
   EXPECT_EQ(Host().CountEvents(1, kOpenSuccess), 0U);
 }
 
+TEST_F(CloseEditor, ASecondTimeWhileTheFirstIsBeingSentIsSentAsWell) {
+  StartHostWithZoo(L"slow=2000");
+  const Opened opened = OpenAndWait();
+  const ProgramHandle editor(opened.pid);
+  EXPECT_EQ(Host().Ask("close 1"), 0);
+  WaitForReceived({"\"type\":\"close\""}); // and answered only later
+  ASSERT_TRUE(Folder().LogWith("VexelSDKHelper::WriteOperator data={\"closeall\":false,").empty());
+  EXPECT_EQ(Host().Ask("close 1"), 0);
+  EXPECT_EQ(Folder().LogWith("VexelSDKThread::DoOperator m_op(SDK_Operator)=4, m_id=1").size(), 2U);
+  EXPECT_EQ(Host().Ask("isclose 1"), 1);
+  WaitForLog("VexelSDKHelper::WriteOperator data={\"closeall\":false,", 2);
+  EXPECT_TRUE(editor.WaitForEnd());
+  EXPECT_EQ(OpenAndWaitIn(opened.window).id, 2);
+}
+
 TEST_F(CloseEditor, WhileConnectingLetsTheQueueGoOn) {
   StartHostWithZoo(L"webvexlaunch.exe:never_serve");
   const std::int32_t id = Open(Host().Ask("window"), Picture());

@@ -4,6 +4,7 @@
 #include "tests/windows/host/process_probe.h"
 #include "tests/windows/host/sdk_library.h"
 #include "tests/windows/host/stage.h"
+#include "tests/windows/host/usage.h"
 #include "tests/windows/host/wire.h"
 
 #include <windows.h>
@@ -145,6 +146,20 @@ std::string CloseHandles(const Arguments& a) {
   return Value(static_cast<std::int64_t>(CloseHandlesTo(static_cast<std::uint32_t>(Number(a, 1)))));
 }
 
+/// reap: closes the handles left over from looks at processes that have ended, and gives how many.
+std::string Reap(const Arguments&) { return Value(static_cast<std::int64_t>(CloseHandlesToTheDead())); }
+
+/// usage: what this process holds: "value HEAP-BYTES HEAP-BLOCKS PRIVATE-BYTES THREADS", then TYPE=COUNT for handles.
+std::string ShowUsage(const Arguments&) {
+  const Usage usage = MeasureUsage();
+  std::string answer = Value(static_cast<std::int64_t>(usage.heapBytes)) + " " + std::to_string(usage.heapBlocks) +
+                       " " + std::to_string(usage.privateBytes) + " " + std::to_string(usage.threads);
+  for (const auto& [type, count] : usage.handles) {
+    answer += " " + type + "=" + std::to_string(count);
+  }
+  return answer;
+}
+
 /// mutexes: how many handles of this process are open to the SDK's named mutex.
 std::string Mutexes(const Arguments&) { return Value(static_cast<std::int64_t>(CountInstanceMutexes())); }
 
@@ -261,6 +276,8 @@ const std::map<std::string, std::string (*)(const Arguments&)>& Commands() {
       {"sleep", &Pause},
       {"killhandles", &CloseHandles},
       {"mutexes", &Mutexes},
+      {"reap", &Reap},
+      {"usage", &ShowUsage},
       {"setenv", &SetEnvironment},
       {"release", &Release},
       {"unblock", &EndBlock},

@@ -61,6 +61,8 @@ LONG CALLBACK OnException(EXCEPTION_POINTERS* pointers) {
 
 } // namespace
 
+std::wstring HandleType(void* handle) { return QueryObject(handle, kObjectTypeInformation); }
+
 std::size_t CloseHandlesTo(std::uint32_t pid) {
   std::size_t closed = 0;
   for (std::uintptr_t value = kHandleStep; value < kHandleEnd; value += kHandleStep) {
@@ -78,7 +80,7 @@ std::size_t CountInstanceMutexes() {
     const HANDLE handle = reinterpret_cast<HANDLE>(value);
     DWORD flags = 0;
     // The type first: a pipe's name cannot be asked for while someone waits on it.
-    if (GetHandleInformation(handle, &flags) && QueryObject(handle, kObjectTypeInformation) == L"Mutant" &&
+    if (GetHandleInformation(handle, &flags) && HandleType(handle) == L"Mutant" &&
         QueryObject(handle, kObjectNameInformation).find(kInstanceMutex) != std::wstring::npos) {
       ++count;
     }

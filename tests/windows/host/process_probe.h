@@ -2,8 +2,12 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
 
 namespace testhost {
+
+/// The type of a handle's object, as "Event"; empty for what is no handle.
+std::wstring HandleType(void* handle);
 
 /// Closes every handle of this process that refers to the process `pid`, and gives how many that were. For ids of dead
 /// processes alone: some systems go on listing a dead process for as long as a handle to it is open anywhere.

@@ -185,6 +185,11 @@ std::vector<Event> HostProcess::Events() const {
   return m_events;
 }
 
+std::vector<Event> HostProcess::EventsFrom(std::size_t first) const {
+  const std::lock_guard guard(m_lock);
+  return {m_events.begin() + static_cast<std::ptrdiff_t>(std::min(first, m_events.size())), m_events.end()};
+}
+
 std::vector<Event> HostProcess::Events(std::int32_t id) const {
   std::vector<Event> events = Events();
   std::erase_if(events, [id](const Event& event) { return event.id != id; });

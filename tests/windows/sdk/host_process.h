@@ -45,6 +45,8 @@ public:
   std::string EndBegun();
 
   std::vector<Event> Events() const;
+  /// The events from the one with this number on.
+  std::vector<Event> EventsFrom(std::size_t first) const;
   /// The events of one id.
   std::vector<Event> Events(std::int32_t id) const;
   /// Waits until as many events of the id as `count` hold `part`, and gives the last of these; fails the test if that

@@ -25,7 +25,7 @@ std::wstring ImagePath(std::uint32_t pid) {
   return std::wstring(path.data(), size);
 }
 
-bool HasEnded(HANDLE process) { return WaitForSingleObject(process, 0) == WAIT_OBJECT_0; }
+bool IsOver(HANDLE process) { return WaitForSingleObject(process, 0) == WAIT_OBJECT_0; }
 
 } // namespace
 
@@ -51,13 +51,13 @@ void EndProgram(std::uint32_t pid) {
     return;
   }
   TerminateProcess(process, 3);
-  WaitFor([process] { return HasEnded(process); });
+  WaitFor([process] { return IsOver(process); });
   CloseHandle(process);
 }
 
 bool IsRunning(std::uint32_t pid) {
   const HANDLE process = OpenProcess(SYNCHRONIZE, FALSE, pid);
-  const bool running = process != nullptr && !HasEnded(process);
+  const bool running = process != nullptr && !IsOver(process);
   if (process != nullptr) {
     CloseHandle(process);
   }
@@ -73,7 +73,9 @@ ProgramHandle::~ProgramHandle() {
 }
 
 bool ProgramHandle::WaitForEnd() const {
-  return m_handle == nullptr || WaitFor([this] { return HasEnded(m_handle); });
+  return m_handle == nullptr || WaitFor([this] { return IsOver(m_handle); });
 }
+
+bool ProgramHandle::HasEnded() const { return m_handle == nullptr || IsOver(m_handle); }
 
 } // namespace sdktest

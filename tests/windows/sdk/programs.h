@@ -31,6 +31,8 @@ public:
 
   /// Waits for the process's end. False after the limit of WaitFor.
   bool WaitForEnd() const;
+  /// Also for a process that was not there any more.
+  bool HasEnded() const;
 
 private:
   void* m_handle;
