@@ -48,9 +48,10 @@ if(WIN32)
     -Wl,--dynamicbase,--nxcompat,--high-entropy-va,--no-insert-timestamp)
   if(CMAKE_CXX_COMPILER_ID STREQUAL Clang)
     # The symbols go into a PDB beside each binary, which itself carries none. The binary names the PDB's content, so the
-    # PDB too holds no folder of the build machine and no command line.
+    # PDB too holds no folder of the build machine: the compiler's wrapper takes the sysroot by this link.
+    file(CREATE_LINK ${VEXEL_SYSROOT} ${CMAKE_BINARY_DIR}/sysroot SYMBOLIC)
     target_compile_options(vexel_compile INTERFACE $<$<COMPILE_LANGUAGE:C,CXX>:-g -gcodeview
-      -gno-codeview-command-line -ffile-compilation-dir=. -ffile-prefix-map=${VEXEL_SYSROOT}/=sysroot/>)
+      -gno-codeview-command-line -ffile-compilation-dir=.>)
     target_link_options(vexel_compile INTERFACE -Wl,--pdb= -Wl,-Xlink=-pdbaltpath:%_PDB% -Wl,-Xlink=-pdbsourcepath:.)
   endif()
 endif()
