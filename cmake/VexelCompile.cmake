@@ -55,3 +55,10 @@ if(WIN32)
     target_link_options(vexel_compile INTERFACE -Wl,--pdb= -Wl,-Xlink=-pdbaltpath:%_PDB% -Wl,-Xlink=-pdbsourcepath:.)
   endif()
 endif()
+
+# vexel_add_exports(TARGET FILE): what a DLL exports. The linker gets a copy in the build folder, by its relative name: a
+# PDB keeps the linker's command line, and with it every folder that is named there.
+function(vexel_add_exports target file)
+  configure_file(${file} ${CMAKE_CURRENT_BINARY_DIR}/${file} COPYONLY)
+  target_sources(${target} PRIVATE ${CMAKE_CURRENT_BINARY_DIR}/${file})
+endfunction()
