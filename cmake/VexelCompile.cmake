@@ -48,9 +48,17 @@ if(WIN32)
     -Wl,--dynamicbase,--nxcompat,--high-entropy-va,--no-insert-timestamp)
   if(CMAKE_CXX_COMPILER_ID STREQUAL Clang)
     # The symbols go into a PDB beside each binary, which itself carries none. The binary names the PDB's content, so the
-    # PDB too holds no folder of the build machine and no command line.
+    # PDB too holds no folder of the build machine: the compiler's wrapper takes the sysroot by this link.
+    file(CREATE_LINK ${VEXEL_SYSROOT} ${CMAKE_BINARY_DIR}/sysroot SYMBOLIC)
     target_compile_options(vexel_compile INTERFACE $<$<COMPILE_LANGUAGE:C,CXX>:-g -gcodeview
-      -gno-codeview-command-line -ffile-compilation-dir=. -ffile-prefix-map=${VEXEL_SYSROOT}/=sysroot/>)
+      -gno-codeview-command-line -ffile-compilation-dir=.>)
     target_link_options(vexel_compile INTERFACE -Wl,--pdb= -Wl,-Xlink=-pdbaltpath:%_PDB% -Wl,-Xlink=-pdbsourcepath:.)
   endif()
 endif()
+
+# vexel_add_exports(TARGET FILE): what a DLL exports. The linker gets a copy in the build folder, by its relative name: a
+# PDB keeps the linker's command line, and with it every folder that is named there.
+function(vexel_add_exports target file)
+  configure_file(${file} ${CMAKE_CURRENT_BINARY_DIR}/${file} COPYONLY)
+  target_sources(${target} PRIVATE ${CMAKE_CURRENT_BINARY_DIR}/${file})
+endfunction()

@@ -40,6 +40,10 @@ constexpr bool show_tick_count = false;
 // The process's one log. Nothing of it is given back before the process ends: the last statement may come from anywhere.
 // The named mutex guards the file. Where the system grants no mutex, threads meet here all the same, so each handle is an
 // atomic and the thread that comes second gives its own handle back.
+//
+// log_file, log_lock: the exchange that puts a handle in has release, each load of it acquire, so what was done to the
+// file before (its end, its cut) comes before the line. log_lock_ready: stored with release behind log_lock and read
+// with acquire, so whoever reads true reads a handle too.
 constinit std::atomic<platform::Handle> log_file{nullptr};
 constinit std::atomic<platform::Handle> log_lock{nullptr};
 constinit std::atomic<bool> log_lock_ready{false};
@@ -84,7 +88,7 @@ namespace detail {
 bool EnsureLoggerReadySlow() noexcept {
   const LastErrorKeeper keeper;
   std::int32_t state = kNotStarted;
-  if (log_init_state.compare_exchange_strong(state, kStarting)) {
+  if (log_init_state.compare_exchange_strong(state, kStarting, std::memory_order_acquire, std::memory_order_relaxed)) {
     SetMinLogLevel(LOG_INFO);
     bool ready = false;
     try {
@@ -93,7 +97,7 @@ bool EnsureLoggerReadySlow() noexcept {
     } catch (...) {
       ready = false; // the next statement tries again
     }
-    log_init_state.store(ready ? kReady : kNotStarted);
+    log_init_state.store(ready ? kReady : kNotStarted, std::memory_order_release);
     return ready;
   }
   while (log_init_state.load(std::memory_order_acquire) == kStarting) {
@@ -187,7 +191,7 @@ void InitLogLock() {
       return;
     }
     platform::Handle none = nullptr;
-    if (!log_lock.compare_exchange_strong(none, mutex)) {
+    if (!log_lock.compare_exchange_strong(none, mutex, std::memory_order_release, std::memory_order_relaxed)) {
       platform::CloseHandle(mutex);
     }
   }
@@ -227,7 +231,7 @@ bool OpenLogFile() {
     platform::SetFilePointer(file, 0, platform::kFileEnd);
   }
   platform::Handle none = nullptr;
-  if (!log_file.compare_exchange_strong(none, file)) {
+  if (!log_file.compare_exchange_strong(none, file, std::memory_order_release, std::memory_order_relaxed)) {
     platform::CloseHandle(file);
   }
   return true;
@@ -239,7 +243,7 @@ platform::Handle OpenLogFileHandle(const wchar_t* path) noexcept {
 }
 
 void CloseLogFile() noexcept {
-  const platform::Handle file = log_file.exchange(nullptr);
+  const platform::Handle file = log_file.exchange(nullptr, std::memory_order_acquire);
   if (file != nullptr) {
     platform::CloseHandle(file);
   }
@@ -255,16 +259,16 @@ void ResetLogger(const LoggerOverrides& overrides) {
   log_overrides = new LoggerOverrides(overrides);
   delete old;
   CloseLogFile();
-  const platform::Handle lock = log_lock.exchange(nullptr);
+  const platform::Handle lock = log_lock.exchange(nullptr, std::memory_order_acquire);
   if (lock != nullptr) {
     platform::CloseHandle(lock);
   }
-  log_lock_ready.store(false);
+  log_lock_ready.store(false, std::memory_order_release);
   LogPathCache().clear();
   delete log_file_path;
   log_file_path = nullptr;
   SetMinLogLevel(LOG_INFO);
-  log_init_state.store(kNotStarted);
+  log_init_state.store(kNotStarted, std::memory_order_release);
 }
 
 LogLockGuard::LogLockGuard() noexcept : m_lock(log_lock.load(std::memory_order_acquire)) {

@@ -31,8 +31,11 @@ enum LogStartMode : std::int32_t {
   LOG_APPEND_OLD = 1,
 };
 
-inline constinit std::atomic<std::int32_t> log_init_state{0};       // 0 not started, 1 starting, 2 ready
-inline constinit std::atomic<std::int32_t> min_log_level{LOG_INFO}; // written only during a start
+// 0 not started, 1 starting, 2 ready. The thread that starts the log stores the outcome with release; whoever logs,
+// waits or starts once more reads it with acquire, and so sees all that the start has set up, failed or not.
+inline constinit std::atomic<std::int32_t> log_init_state{0};
+// Written only during a start. Relaxed: a number alone, and the pairing of log_init_state shows it to whoever logs.
+inline constinit std::atomic<std::int32_t> min_log_level{LOG_INFO};
 
 namespace detail {
 

@@ -107,6 +107,8 @@ private:
     }
   }
 
+  // Written before the event is signalled. Relaxed: a caller that misses it meets the event at its next wait, or the
+  // channel that Close has closed under m_lock.
   std::atomic<bool> m_stopping{false};
   UniqueHandle m_stop; // signalled together with m_stopping; written before the connection is shared
   std::mutex m_lock;   // guards what follows

@@ -61,7 +61,7 @@ std::int32_t NamedPipeServer::Start(const char* name) {
 }
 
 DWORD NamedPipeServer::StartLocked(const char* name) {
-  if (m_started || m_stopping) {
+  if (m_started || m_stopping.load(std::memory_order_relaxed)) {
     return ERROR_ALREADY_INITIALIZED;
   }
   if (m_processor == nullptr || !MakePipePath(name, m_path)) {
@@ -127,7 +127,7 @@ DWORD NamedPipeServer::AddListenerLocked(DWORD openFlags) {
 NamedPipeServer::Worker* NamedPipeServer::Stop() {
   {
     const std::lock_guard lock(m_lock);
-    m_stopping = true;
+    m_stopping.store(true, std::memory_order_relaxed);
     if (m_stop) {
       SetEvent(m_stop.Get());
     }
@@ -160,7 +160,7 @@ unsigned __stdcall NamedPipeServer::WorkerThreadFun(void* argument) {
 void NamedPipeServer::Work(Worker& worker) {
   for (;;) {
     const DWORD error = worker.channel.Connect();
-    if (m_stopping) {
+    if (m_stopping.load(std::memory_order_relaxed)) {
       break;
     }
     if (error != ERROR_SUCCESS) {
@@ -174,7 +174,7 @@ void NamedPipeServer::Work(Worker& worker) {
     } catch (const std::bad_alloc&) {
       // No memory for this client's text: the client is cut off like one that breaks the rules.
     }
-    if (m_stopping) {
+    if (m_stopping.load(std::memory_order_relaxed)) {
       break;
     }
     if (!ListensAgain(worker)) {
@@ -195,7 +195,7 @@ void NamedPipeServer::Converse(PipeChannel& channel) {
     std::string_view text;
     switch (decoder.Next(&text)) {
     case FrameDecoder::Status::kMessage:
-      if (m_stopping || !Answer(channel, encoder, Deliver(text.data()), &peerReads)) {
+      if (m_stopping.load(std::memory_order_relaxed) || !Answer(channel, encoder, Deliver(text.data()), &peerReads)) {
         return;
       }
       break;
@@ -247,7 +247,7 @@ bool NamedPipeServer::Answer(PipeChannel& channel, FrameEncoder& encoder, std::i
 void NamedPipeServer::Accepted() {
   const std::lock_guard lock(m_lock);
   --m_listening;
-  if (m_listening == 0 && !m_stopping) {
+  if (m_listening == 0 && !m_stopping.load(std::memory_order_relaxed)) {
     // Where this fails, the first worker that loses its client listens again.
     AddListenerLocked(0);
   }

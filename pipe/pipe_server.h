@@ -61,7 +61,9 @@ private:
   bool m_started = false;      // m_lock
   std::size_t m_listening = 0; // m_lock: workers that wait for a client
   std::array<Worker, kMaxClients> m_workers;
-  std::atomic<bool> m_stopping{false};  // written under m_lock
+  // Written under m_lock, which decides that no worker is added any more. Relaxed: a worker that looks without the lock
+  // and misses it meets the event behind it, and Stop waits for the worker's thread before anything is taken away.
+  std::atomic<bool> m_stopping{false};
   UniqueHandle m_stop;                  // signalled together with m_stopping; constant once started
   IMsgProcessor* m_processor = nullptr; // m_lock until started, then constant
   wchar_t m_path[kMaxPipePath + 1]{};   // m_lock until started, then constant

@@ -54,6 +54,9 @@ protected:
   ~PipeServer() = default;
 };
 
+// No member beside the table: an object of either class is whatever has such a table in front.
+static_assert(sizeof(IMsgProcessor) == sizeof(void*) && sizeof(PipeServer) == sizeof(void*));
+
 extern "C" {
 
 /// Connects to the server `name`. Returns a connection number, or 0 with a last error: ERROR_FILE_NOT_FOUND when there

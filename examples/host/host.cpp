@@ -215,7 +215,9 @@ void Host::Tick() {
     }
     if (tab.state == TabState::kOpening) {
       isOpening = true;
-      if (now - tab.since > kOpenLimitMs) {
+      // Whoever gives more time as a whole, as on a slow machine, gives each picture its share of it.
+      const ULONGLONG share = static_cast<ULONGLONG>(std::max(m_options.limitMs, std::int64_t{0})) / m_tabs.size();
+      if (now - tab.since > std::max(kOpenLimitMs, share)) {
         SettleTab(tab, TabState::kFailed);
       }
     } else if (tab.state == TabState::kWaiting && !m_isQuitting) {

@@ -44,6 +44,7 @@ private:
 };
 
 ProcessPathResolver& Resolver() {
+  // The exchange that puts the object in has release, each look acquire: whoever finds it finds it whole.
   static std::atomic<ProcessPathResolver*> shared{nullptr};
   ProcessPathResolver* current = shared.load(std::memory_order_acquire);
   if (current == nullptr) {

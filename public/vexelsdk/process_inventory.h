@@ -91,8 +91,11 @@ private:
 
   void EnsureLoaded();
 
+  // The exchange that puts the library in has release, each look acquire: the load is over before an entry is looked up.
   std::atomic<platform::Module> m_library{nullptr};
+  // Stored with release, read with acquire: whoever finds an entry finds the library loaded. All threads store the same.
   std::array<std::atomic<void*>, kEntryCount> m_entries{};
+  // Stored with release behind all entries, read with acquire: whoever reads true finds them all.
   std::atomic<bool> m_complete{false};
 };
 

@@ -121,8 +121,9 @@ private:
   void SendBrowserMessage(std::int32_t id, std::uint32_t pid, const char* type, const char* param);
   void ReportCustomMessage(const SDK_OperatorData& record, const char* param);
 
-  // m_stop: set once at teardown. Release and acquire pair it with the look that follows it; nothing else hangs on it,
-  // since the queue has its lock.
+  // Set once at teardown, with release, and read with acquire by the message and the operator thread. No data hangs on
+  // it: records have m_stateLock. The operator thread cannot sleep through it, for the event that wakes it is signalled
+  // behind the store.
   std::atomic<bool> m_stop{false};
   std::int32_t m_lastId = 0;                // m_stateLock; the last id given out
   std::unique_ptr<std::thread> m_msgThread; // StartThreads and StopThreads, as the other three

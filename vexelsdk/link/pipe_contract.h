@@ -45,6 +45,9 @@ protected:
   PipeServer& operator=(const PipeServer&) = default;
 };
 
+// No member beside the table: an object of either class is whatever has such a table in front.
+static_assert(sizeof(IMsgProcessor) == sizeof(void*) && sizeof(PipeServer) == sizeof(void*));
+
 extern "C" {
 /// Connects to the server of a name. 0 at once when there is none, with a last error.
 using CltConnectServerFun = std::uint32_t (*)(const char* name);

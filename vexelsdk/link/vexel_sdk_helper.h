@@ -54,18 +54,27 @@ private:
   void BuildOperatorMessage(const SDK_OperatorData& record, std::string& out) const;
   void Disconnect();
 
-  std::uint64_t m_openTick = 0;                       // of the last open, milliseconds; a record, read by nothing
-  std::int32_t m_openType = 0;                        // of the last open, likewise
-  std::wstring m_path;                                // of the last open, likewise
-  std::atomic<std::uint32_t> m_pid{0};                // written by the operator thread
+  std::uint64_t m_openTick = 0; // of the last open, milliseconds; a record, read by nothing
+  std::int32_t m_openType = 0;  // of the last open, likewise
+  std::wstring m_path;          // of the last open, likewise
+  // Written by the operator thread. Relaxed, as all atomics of this class: each is a value alone, by which no other data
+  // is reached. What a thread needs beside it has a lock: m_helperLock for the link itself, the reader's for its texts.
+  std::atomic<std::uint32_t> m_pid{0};
   std::unique_ptr<PipeServerBinding> m_serverBinding; // operator thread
   PipeServer* m_server = nullptr;                     // operator thread; the library's object
   ReaderMsgProcPtr m_reader;                          // set before the helper is shared, has a lock of its own
   std::unique_ptr<PipeClientBinding> m_clientBinding; // operator thread; there while a connection is tried or held
   std::uint32_t m_connection = 0;                     // operator thread; 0 is none
   std::int32_t m_id = 0;                              // operator thread; editor id of the last open
-  std::atomic<bool> m_modified{false};                // written by the message thread: the editor holds unsaved changes
-  std::atomic<bool> m_reading{true};    // written by the operator thread: the message thread polls this link
-  std::atomic<bool> m_connecting{true}; // written by the operator thread: no connection has succeeded yet
-  std::atomic<bool> m_isStop{false};    // written by host threads, never cleared: give up connecting
+  // Relaxed. Written by the message thread: the editor holds unsaved changes. A host that closes because of the event
+  // about them is behind the store by whatever told it of the event.
+  std::atomic<bool> m_modified{false};
+  // Relaxed. Written by the operator thread: the message thread polls this link. A pass that still reads the old value
+  // takes one text more, as a pass a moment earlier would.
+  std::atomic<bool> m_reading{true};
+  // Relaxed. Written by the operator thread: no connection has succeeded yet. The connection is that thread's alone.
+  std::atomic<bool> m_connecting{true};
+  // Relaxed. Written by host threads, never cleared: give up connecting. Read at each attempt: seen late, it costs one
+  // attempt more.
+  std::atomic<bool> m_isStop{false};
 };
