@@ -106,8 +106,9 @@ private:
     std::uint64_t lastEvent = 0; // the number of the last of its events that was told
   };
 
-  // ---- steps
   void Step();
+
+  // ---- steps.cpp
   void GatherCrowd();
   void OpenPicture();
   void Operate();
@@ -124,7 +125,7 @@ private:
   void PassTime();
   void RestartEngine();
 
-  // ---- the world
+  // ---- checks.cpp
   void StartEngine();
   bool EndEngine();
   void LimitEditors();
@@ -135,12 +136,14 @@ private:
   void CheckBuffers();
   bool MayBeUntold(const std::string& text);
 
-  // ---- called by the library
+  // ---- callbacks.cpp, on threads of the library
   static void OnEvent(char* text, void* data);
   void TakeEvent(char* buffer, Slot& slot);
   void TakeOwnEvent(const std::string& text, Id id, Pid pid);
   void TakeEditorEvent(const std::string& text, Id id);
   sim::EditorStep TakeText(Pid pid, const std::string& text);
+  static bool Fits(const Record& record, Pid pid, const std::string& type, const std::string& text);
+  bool MayBeDropped(const Record& record);
 
   // ---- helpers; m_lock is held
   Record& Queued(SDK_Operator op, Id id, Pid pid, std::int64_t value);
@@ -148,8 +151,6 @@ private:
   void Ends(Pid pid);
   Editor& EditorOf(Pid pid);
   std::string EventText(Pid pid, const std::string& type, const std::string& more = {});
-  static bool Fits(const Record& record, Pid pid, const std::string& type, const std::string& text);
-  bool MayBeDropped(const Record& record);
   Pid PidOf(Id id);
   void Clear(Id id);
   void Trace(const std::string& what);
@@ -161,6 +162,8 @@ private:
   Id PickId();
   Pid PickEditor();
   sim::EditorScript DrawScript();
+
+  static constexpr std::size_t kMostEditors = 200;
 
   // The driver's own, on its thread.
   sim::World m_world;

@@ -18,7 +18,7 @@ namespace life {
 namespace {
 
 constexpr int kEngineThreads = 4;
-constexpr std::uint64_t kTeardownStepMs = 250; // a link that nobody serves is given up in a few hundred wakes
+constexpr std::uint64_t kTeardownStepMs = 10'000; // a link that nobody serves is given up in a few wakes
 constexpr std::uint32_t kDoubtMs = 1000;
 constexpr std::int64_t kStepsPerSecond = 10'000'000;
 
