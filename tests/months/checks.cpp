@@ -174,6 +174,7 @@ void MonthsDriver::CheckDrained() {
 void MonthsDriver::LookForCrashes() {
   m_restsSinceLook = 0;
   const std::lock_guard lock(m_lock);
+  CheckBuffers();
   std::set<Id> due;
   std::uint64_t untold = 0;
   for (const auto& [id, pid] : m_engine->CopyIdToPid()) {
@@ -250,6 +251,10 @@ void MonthsDriver::CheckBuffers() {
       ++m_figures.deliberate;
       if (!MayBeUntold(buffer)) {
         Fail("an event had a callback and was not told: " + std::string(buffer));
+      }
+      if (life::TextOf(buffer, "type") == "run_error") {
+        // It went the way of its process id, which came back, to an id that hears nothing any more.
+        m_ids[static_cast<Id>(life::NumberOf(buffer, "id").value_or(0))].crashTold = true;
       }
     }
   }

@@ -134,10 +134,6 @@ void MonthsDriver::Step() {
     drawn -= share.weight;
   }
   Advance(0);
-  {
-    const std::lock_guard lock(m_lock);
-    CheckBuffers();
-  }
   if (Chance(25)) {
     ReuseListedPid();
   }
