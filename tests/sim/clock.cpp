@@ -26,7 +26,10 @@ struct Waiter {
   std::int64_t beganNs;
   std::int64_t deadlineNs;
   const std::function<bool()>* done;
-  bool over = false; // its time is up, while the clock stands
+  bool over = false;    // its time is up, while the clock stands
+  bool counted = true;  // by a thread that a rest waits for
+  bool granted = false; // its turn has come, where threads take turns
+  long begin = 0;       // for a thread that begins: its place among those, else 0
 };
 
 struct Clock {
@@ -36,6 +39,7 @@ struct Clock {
   std::int64_t tickOffsetMs = static_cast<std::int64_t>(kFirstTick);
   std::int64_t utcOffset = kFirstUtc;
   int zoneMinutes = 60;
+  bool turns = false;      // threads take turns while the clock stands
   std::list<Waiter> waits; // in the order in which they began
 };
 
@@ -57,12 +61,23 @@ void Rebase() {
   TheClock().simBaseNs = now;
 }
 
-bool AtRest() {
-  const Clock& clock = TheClock();
-  return clock.waits.size() == ThreadsAtWork() &&
-         std::none_of(clock.waits.begin(), clock.waits.end(),
-                      [](const Waiter& wait) { return wait.over || (*wait.done)(); });
+bool AllWait() {
+  const auto& waits = TheClock().waits;
+  const auto count =
+      std::count_if(waits.begin(), waits.end(), [](const Waiter& wait) { return wait.counted && !wait.granted; });
+  return static_cast<std::size_t>(count) == ThreadsAtWork();
 }
+
+// The first wait that can end, null for none.
+Waiter* FirstReady() {
+  auto& waits = TheClock().waits;
+  const auto ready = std::find_if(waits.begin(), waits.end(),
+                                  [](const Waiter& wait) { return !wait.granted && (wait.over || (*wait.done)()); });
+  return ready == waits.end() ? nullptr : &*ready;
+}
+
+// Whether waits end in turn only. The main thread gives the turns, so it takes none itself.
+bool TakesTurns() { return TheClock().turns && TheClock().speed <= 0 && !Stopping() && !IsMainThread(); }
 
 } // namespace
 
@@ -84,10 +99,22 @@ bool WaitUntil(Lock& lock, std::condition_variable& changed, std::int64_t deadli
                const std::function<bool()>& done) {
   Clock& clock = TheClock();
   const std::int64_t began = NowNs();
-  const auto place = clock.waits.insert(clock.waits.end(), {&changed, began, deadlineNs, &done, deadlineNs <= began});
+  const auto place = clock.waits.insert(
+      clock.waits.end(), {&changed, began, deadlineNs, &done, deadlineNs <= began, IsCounted(), false, 0});
   bool result = done();
   while (!result) {
     WaitBegan().notify_all();
+    if (TakesTurns()) {
+      while (!place->granted && TakesTurns()) {
+        changed.wait(lock);
+      }
+      place->granted = false;
+      result = done();
+      if (!result && place->over) {
+        break;
+      }
+      continue;
+    }
     if (deadlineNs == kNever) {
       changed.wait(lock);
     } else {
@@ -107,6 +134,25 @@ bool WaitUntil(Lock& lock, std::condition_variable& changed, std::int64_t deadli
   }
   clock.waits.erase(place);
   return result;
+}
+
+void BeginTurn(Lock& lock) {
+  if (!TakesTurns()) {
+    return;
+  }
+  // Threads that begin together are told apart by the order in which they were made.
+  static std::condition_variable& turn = *new std::condition_variable;
+  static const std::function<bool()>& done = *new std::function<bool()>([] { return true; });
+  Clock& clock = TheClock();
+  const long number = ThreadNumber();
+  const auto behind = std::find_if(clock.waits.begin(), clock.waits.end(),
+                                   [number](const Waiter& wait) { return wait.begin > number; });
+  const auto place = clock.waits.insert(behind, {&turn, NowNs(), kNever, &done, false, IsCounted(), false, number});
+  WaitBegan().notify_all();
+  while (!place->granted && TakesTurns()) {
+    turn.wait(lock);
+  }
+  clock.waits.erase(place);
 }
 
 void WakeAll() {
@@ -174,15 +220,32 @@ void AdvanceMs(std::uint64_t milliseconds) {
 bool WaitForRest(int seconds) {
   const auto limit = Real::now() + std::chrono::seconds(seconds);
   Lock lock = TakeLock();
-  while (!AtRest()) {
+  while (true) {
+    if (AllWait()) {
+      Waiter* const ready = FirstReady();
+      if (ready == nullptr) {
+        return true;
+      }
+      if (TheClock().turns) {
+        ready->granted = true;
+        ready->changed->notify_all();
+      }
+    }
     if (Real::now() >= limit) {
       return false;
     }
     // The end of a thread is not told, so it looks again by itself.
     WaitBegan().wait_for(lock, std::chrono::milliseconds(2));
   }
-  return true;
 }
+
+void TakeTurns(bool turns) {
+  const Lock lock = TakeLock();
+  TheClock().turns = turns;
+  WakeAll();
+}
+
+void StandAside() { LeaveOut(); }
 
 bool StepToNextWake(std::uint64_t milliseconds) {
   const Lock lock = TakeLock();

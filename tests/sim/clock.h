@@ -19,6 +19,14 @@ void AdvanceMs(std::uint64_t milliseconds);
 /// as it is until it acts. False when `seconds` of real time did not suffice.
 bool WaitForRest(int seconds = 200);
 
+/// With `turns`, one thread runs at a time while the clock stands: waits end, and threads begin, only within WaitForRest
+/// on the main thread, one after the other in the order in which they began. What then happens is the same each time. Code
+/// under test must not make a thread wait for time while it holds a lock that another one takes. Off in a fresh world.
+void TakeTurns(bool turns);
+
+/// The calling thread is none that a rest waits for, as the main thread is. To be called before all else here.
+void StandAside();
+
 /// With the clock stopped and the world at rest: moves time to the end of the wait that ends next, or by
 /// `milliseconds` when none ends before. Waits that begin while the clock stands end one by one, in the order of their
 /// beginning if they end together. True when a wait ends.

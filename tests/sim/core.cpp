@@ -38,24 +38,26 @@ Core& TheCore() {
 }
 
 thread_local std::uint32_t t_lastError = 0;
-thread_local bool t_own = false;
+thread_local bool t_own = false;     // of the simulated system
+thread_local bool t_counted = false; // among those that a rest waits for
 
 // Knows a thread from its first call until its end. Mutexes that it still owns then are abandoned.
 class ThreadRecord {
 public:
   ThreadRecord() {
-    const Lock lock = TakeLock();
+    Lock lock = TakeLock();
+    if (!t_own && !IsMainThread()) {
+      t_counted = true;
+      ++TheCore().foreignThreads;
+      BeginTurn(lock);
+    }
     id = TheCore().nextThreadId;
     TheCore().nextThreadId += 4;
-    m_counted = !t_own && ::syscall(SYS_gettid) != ::getpid();
-    if (m_counted) {
-      ++TheCore().foreignThreads;
-    }
   }
   ~ThreadRecord() {
     const Lock lock = TakeLock();
     AbandonMutexes(id);
-    if (m_counted) {
+    if (t_counted && !t_own) {
       --TheCore().foreignThreads;
       TheCore().threadEnded.notify_all();
     }
@@ -64,9 +66,6 @@ public:
   ThreadRecord& operator=(const ThreadRecord&) = delete;
 
   std::uint32_t id = 0;
-
-private:
-  bool m_counted = false;
 };
 
 const ThreadRecord& Record() {
@@ -114,16 +113,31 @@ bool Stopping() { return TheCore().stopping; }
 
 std::uint32_t ThreadId() { return Record().id; }
 
-void MarkOwnThread() { t_own = true; }
+void LeaveOut() { t_own = true; }
+
+bool IsMainThread() { return ThreadNumber() == ::getpid(); }
+
+bool IsCounted() { return t_counted; }
+
+long ThreadNumber() { return ::syscall(SYS_gettid); }
 
 void StartOwnThread(std::function<void()> body) {
   OwnThreadBegins();
   TheCore().ownThreads.emplace_back([run = std::move(body)] {
     MarkOwnThread();
+    {
+      Lock lock = TakeLock();
+      BeginTurn(lock);
+    }
     run();
     const Lock lock = TakeLock();
     OwnThreadEnds();
   });
+}
+
+void MarkOwnThread() {
+  t_own = true;
+  t_counted = true;
 }
 
 void OwnThreadBegins() { ++TheCore().liveOwnThreads; }
@@ -131,7 +145,7 @@ void OwnThreadBegins() { ++TheCore().liveOwnThreads; }
 void OwnThreadEnds() { --TheCore().liveOwnThreads; }
 
 std::size_t ThreadsAtWork() {
-  const int self = ::syscall(SYS_gettid) != ::getpid() ? 1 : 0;
+  const int self = t_counted ? 1 : 0;
   return static_cast<std::size_t>(TheCore().foreignThreads + TheCore().liveOwnThreads - self);
 }
 
@@ -202,7 +216,7 @@ void Reset() {
     }
     lock.lock();
   }
-  const int self = !t_own && ::syscall(SYS_gettid) != ::getpid() ? 1 : 0;
+  const int self = !t_own && t_counted ? 1 : 0;
   constexpr auto kLimit = std::chrono::seconds(200);
   if (!core.threadEnded.wait_for(lock, kLimit, [&] { return core.foreignThreads <= self; })) {
     Die("a world was reset while " + std::to_string(core.foreignThreads - self) + " of its threads still run");

@@ -83,6 +83,19 @@ void StartOwnThread(std::function<void()> body);
 /// Marks the calling thread as one that Reset does not wait for.
 void MarkOwnThread();
 
+/// Whether it is the main thread, and whether it counts among ThreadsAtWork.
+bool IsMainThread();
+bool IsCounted();
+
+/// The number that the machine under the tests gave the calling thread: larger for one that was made later.
+long ThreadNumber();
+
+/// Where threads take turns: waits until the calling thread, which has just begun, may go on. Needs the mutex.
+void BeginTurn(Lock& lock);
+
+/// Leaves the calling thread, which has not called in yet, out of all counts.
+void LeaveOut();
+
 /// Counts the threads of the simulated system, those of StartOwnThread by themselves. Both need the mutex.
 void OwnThreadBegins();
 void OwnThreadEnds();

@@ -85,7 +85,8 @@ public:
   std::condition_variable m_changed;
   std::thread m_thread;
   bool m_stop = false;
-  int m_calls = 0; // deliveries in progress
+  bool m_ended = false; // its thread needs the mutex no more
+  int m_calls = 0;      // deliveries in progress
 };
 
 struct Pipes {
@@ -168,6 +169,7 @@ void Server::Deliver(Lock& lock, const std::string& text) {
 void Server::Run() {
   MarkOwnThread();
   Lock lock = TakeLock();
+  BeginTurn(lock);
   while (!m_stop) {
     if (m_queue.empty()) {
       WaitUntil(lock, m_changed, kNever, [this] { return m_stop || !m_queue.empty(); });
@@ -180,6 +182,8 @@ void Server::Run() {
     m_changed.notify_all();
   }
   OwnThreadEnds();
+  m_ended = true;
+  m_changed.notify_all();
 }
 
 void* Server::DeletingDestructor(unsigned /*flag*/) { Die("a pipe server is given back by ReleasePipeSvr only"); }
@@ -227,7 +231,8 @@ void Destroy(Lock& lock, std::list<std::unique_ptr<Server>>::iterator place) {
   if (server->m_thread.get_id() == std::this_thread::get_id()) {
     Die("a pipe server was released from within its own OnMessage");
   }
-  WaitUntil(lock, server->m_changed, kNever, [&] { return server->m_calls == 0; });
+  WaitUntil(lock, server->m_changed, kNever,
+            [&] { return server->m_calls == 0 && (server->m_ended || !server->m_thread.joinable()); });
   std::thread thread = std::move(server->m_thread);
   lock.unlock();
   if (thread.joinable()) {

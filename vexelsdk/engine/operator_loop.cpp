@@ -4,7 +4,8 @@
 
 namespace {
 
-constexpr std::uint32_t kPaceMs = 10; // at most one record in this time
+constexpr std::uint32_t kPaceMs = 10;  // at most one record in this time
+constexpr std::uint32_t kLookMs = 500; // how long a record lies whose wake-up the system refused
 
 /// The number of a link that may be missing, read all the same: see DoOperator. The undefined-behaviour checks stay out
 /// of this one call, for they would end the host in another way than the read does.
@@ -78,9 +79,10 @@ bool VexelSDKThread::TakeOperator(SDK_OperatorData& record, bool& done) {
   return taken;
 }
 
-/// The queue's wake-up, in place of a look every 10 milliseconds. Without the event it falls back to that look.
+/// The queue's wake-up, in place of a look every 10 milliseconds. Without the event it falls back to that look, and it
+/// looks now and then in any case: a wake-up that failed is not given again.
 void VexelSDKThread::WaitForOperator() {
-  if (!m_operatorArrived.WaitFor(platform::kInfinite)) {
+  if (!m_operatorArrived.WaitFor(kLookMs)) {
     platform::Sleep(kPaceMs);
   }
 }

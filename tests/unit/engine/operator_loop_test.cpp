@@ -1,4 +1,5 @@
 #include "tests/sim/clock.h"
+#include "tests/sim/faults.h"
 #include "tests/sim/world.h"
 #include "tests/unit/engine/engine_test.h"
 
@@ -112,6 +113,23 @@ TEST_F(OperatorLoop, AFinishedIdZeroRefusesPreloadsAndStopsNothingElse) {
   EXPECT_TRUE(Engine()->DoOperator(RecordOf(SDK_SETPOS, 3)));
   ASSERT_TRUE(WaitForEvents(1));
   EXPECT_TRUE(sim::WaitFor([] { return Probe().OperatorIsIdle(); })); // and waits, where it would spin
+}
+
+TEST_F(OperatorLoop, AWakeUpThatFailsLosesNoRecord) {
+  Engine()->SetCallback(1, Recorder(), this);
+  Probe().BindIdToPid(1, 1001);
+  ASSERT_TRUE(sim::WaitFor([] { return Probe().OperatorIsIdle(); }));
+  sim::FailNth("SetEvent", 1);
+  EXPECT_TRUE(Engine()->DoOperator(RecordOf(SDK_SETPOS, 1)));
+  EXPECT_EQ(sim::FaultsFired("SetEvent"), 1);
+  EXPECT_TRUE(WaitForEvents(1));
+}
+
+TEST_F(OperatorLoop, ATeardownWhoseWakeUpFailsReturns) {
+  ASSERT_TRUE(sim::WaitFor([] { return Probe().OperatorIsIdle(); }));
+  sim::FailNth("SetEvent", 3); // behind the signals of the two watches
+  VexelSDKThread::DestroyInstance(Engine());
+  EXPECT_EQ(sim::FaultsFired("SetEvent"), 1);
 }
 
 TEST_F(OperatorLoop, TeardownRunsWhatIsQueued) {

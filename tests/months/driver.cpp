@@ -1,0 +1,237 @@
+#include "tests/months/driver.h"
+
+#include "foundation/logger.h"
+#include "platform/registry.h"
+#include "tests/sim/clock.h"
+#include "tests/sim/process.h"
+#include "tests/sim/registry.h"
+#include "tests/sweep/callback_buffers.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+
+namespace {
+
+constexpr std::int32_t kIdsPerEngine = 500; // each id's link stays for the engine's life, and its thread with it
+constexpr std::int32_t kUnknownId = 1'000'000;
+
+constexpr wchar_t kLogKey[] = L"Software\\Tarnwick\\antivirus\\sysopt";
+
+} // namespace
+
+void Figures::Add(const Figures& other) {
+  trace ^= other.trace;
+  seeds += other.seeds;
+  simulatedMs += other.simulatedMs;
+  steps += other.steps;
+  wakes += other.wakes;
+  engines += other.engines;
+  opens += other.opens;
+  records += other.records;
+  received += other.received;
+  dropped += other.dropped;
+  events += other.events;
+  crashes += other.crashes;
+  kills += other.kills;
+  reusedPids += other.reusedPids;
+  buffers += other.buffers;
+  deliberate += other.deliberate;
+  mostWindows = std::max(mostWindows, other.mostWindows);
+  mostEditors = std::max(mostEditors, other.mostEditors);
+}
+
+std::string Figures::Text() const {
+  const auto line = [](const char* what, std::uint64_t count) {
+    return std::string(what) + " " + std::to_string(count);
+  };
+  return line("seeds", seeds) + line(", simulated hours", simulatedMs / 3'600'000) + line(", steps", steps) +
+         line(", wakes", wakes) + line(", engines", engines) + line(", opens", opens) + line(", records", records) +
+         line(", received", received) + line(", dropped by a rule", dropped) + line(", events", events) +
+         line(", crashes told", crashes) + line(", kills", kills) + line(", pids reused", reusedPids) +
+         line(", buffers", buffers) + line(", deliberate", deliberate) + line(", most windows", mostWindows) +
+         line(", most editors", mostEditors);
+}
+
+MonthsDriver::MonthsDriver(std::uint64_t seed) : m_random(seed), m_editorRandom(seed + 1) {
+  vx::ResetLogger({});
+  // At INFO a close without a link ends the host, as its header tells.
+  sim::SetDword(platform::kHkeyLocalMachine, kLogKey, L"LogLevel", 2);
+  vx::EnsureLoggerReady();
+  if (vx::GetMinLogLevel() != 2) {
+    Fail("the log level was not read");
+  }
+  sim::SetClockSpeed(0);
+  sim::TakeTurns(true);
+  sim::SetPidReuse(static_cast<int>(Draw(3)) * 3);
+  sim::InstallEditors(DrawScript());
+  m_figures.seeds = 1;
+  m_buffersBefore = buffers::Made();
+}
+
+MonthsDriver::~MonthsDriver() { vx::ResetLogger({}); }
+
+std::string MonthsDriver::Wrong() {
+  const std::lock_guard lock(m_lock);
+  return m_wrong;
+}
+
+void MonthsDriver::Fail(const std::string& what) {
+  if (m_wrong.empty()) {
+    m_wrong = "step " + std::to_string(m_figures.steps) + ", at " + std::to_string(sim::NowMs()) + " ms: " + what;
+  }
+}
+
+/// FNV-1a over what happens and when, so that two runs of a seed can be compared.
+void MonthsDriver::Trace(const std::string& what) {
+  for (const char letter : std::to_string(sim::NowMs()) + what) {
+    m_figures.trace = (m_figures.trace ^ static_cast<unsigned char>(letter)) * 0x100000001B3u;
+  }
+}
+
+bool MonthsDriver::Run(int steps) {
+  StartEngine();
+  if (Draw(3) == 0) {
+    GatherCrowd();
+  }
+  for (int i = 0; i < steps && Wrong().empty(); ++i) {
+    ++m_figures.steps;
+    Step();
+  }
+  const bool ended = EndEngine();
+  m_figures.simulatedMs = sim::NowMs();
+  m_figures.buffers = buffers::Made() - m_buffersBefore;
+  m_figures.kills = static_cast<std::uint64_t>(m_killWatch.Kills());
+  if (!ended) {
+    std::fprintf(stderr, "%s\n", Wrong().c_str());
+    std::_Exit(3); // threads of the library still run
+  }
+  return Wrong().empty();
+}
+
+void MonthsDriver::Step() {
+  using Action = void (MonthsDriver::*)();
+  struct Share {
+    std::uint64_t weight;
+    Action action;
+  };
+  static constexpr Share kShares[] = {
+      {14, &MonthsDriver::OpenPicture},     {30, &MonthsDriver::Operate},       {9, &MonthsDriver::Close},
+      {3, &MonthsDriver::ChangeCallback},   {20, &MonthsDriver::EditorEvent},   {5, &MonthsDriver::KillEditor},
+      {3, &MonthsDriver::EndEditorInOrder}, {2, &MonthsDriver::ChangeMood},     {3, &MonthsDriver::DropWindow},
+      {1, &MonthsDriver::TurnClock},        {2, &MonthsDriver::ChangePrograms}, {24, &MonthsDriver::PassTime},
+  };
+  std::uint64_t sum = 0;
+  for (const Share& share : kShares) {
+    sum += share.weight;
+  }
+  std::uint64_t drawn = Draw(sum);
+  for (const Share& share : kShares) {
+    if (drawn < share.weight) {
+      (this->*share.action)();
+      break;
+    }
+    drawn -= share.weight;
+  }
+  Advance(0);
+  if (Chance(25)) {
+    ReuseListedPid();
+  }
+  LimitEditors();
+  LookForCrashes();
+  if (m_lastId > kIdsPerEngine || Draw(700) == 0) {
+    RestartEngine();
+  }
+}
+
+// ---- helpers
+
+MonthsDriver::Record& MonthsDriver::Queued(SDK_Operator op, Id id, Pid pid, std::int64_t value) {
+  Record record;
+  record.number = m_nextNumber++;
+  record.op = op;
+  record.id = id;
+  record.pid = pid;
+  record.value = value;
+  ++m_figures.records;
+  return m_queue.emplace_back(record);
+}
+
+void MonthsDriver::Register(Id id) {
+  m_slots.push_back(std::make_unique<Slot>());
+  Slot* const slot = m_slots.back().get();
+  slot->driver = this;
+  slot->id = id;
+  SetBrowserCallback(id, &MonthsDriver::OnEvent, slot);
+  EditorId& editor = m_ids[id];
+  if (editor.slot != nullptr) {
+    m_dying.push_back(editor.slot);
+  }
+  editor.slot = slot;
+}
+
+void MonthsDriver::Clear(Id id) {
+  const auto found = m_ids.find(id);
+  if (found != m_ids.end() && found->second.slot != nullptr) {
+    m_dying.push_back(found->second.slot);
+    found->second.slot = nullptr;
+  }
+  if (found != m_ids.end()) {
+    found->second.cleared = true;
+  }
+}
+
+void MonthsDriver::Ends(Pid pid) {
+  m_endedPids.insert(pid);
+  m_leaving.emplace_back(pid, life::CreatedAt(pid));
+}
+
+MonthsDriver::Editor& MonthsDriver::EditorOf(Pid pid) {
+  Editor& editor = m_editors[pid];
+  if (const std::int64_t created = life::CreatedAt(pid); created != 0 && created != editor.created) {
+    if (editor.created != 0) {
+      ++m_figures.reusedPids;
+    }
+    const std::uint64_t lastEvent = editor.lastEvent;
+    editor = Editor();
+    editor.created = created;
+    editor.lastEvent = lastEvent; // numbers go on through all editors
+  }
+  return editor;
+}
+
+std::string MonthsDriver::EventText(Pid pid, const std::string& type, const std::string& more) {
+  return "{\"n\":" + std::to_string(m_nextEvent++) + ",\"pid\":" + std::to_string(pid) + more + ",\"type\":\"" + type +
+         "\"}";
+}
+
+MonthsDriver::Pid MonthsDriver::PidOf(Id id) {
+  const auto all = m_engine->CopyIdToPid();
+  const auto found = all.find(id);
+  return found == all.end() ? 0 : found->second;
+}
+
+MonthsDriver::Id MonthsDriver::PickId() {
+  if (m_lastId == 0 || Draw(200) == 0) {
+    return kUnknownId + static_cast<Id>(Draw(5));
+  }
+  // Mostly one of the latest.
+  const Id back = static_cast<Id>(Chance(70) ? Draw(20) : Draw(static_cast<std::uint64_t>(m_lastId)));
+  return std::max(m_lastId - back, 1);
+}
+
+MonthsDriver::Pid MonthsDriver::PickEditor() {
+  std::vector<Pid> running = sim::RunningPids();
+  return running.empty() ? 0 : Pick(running);
+}
+
+sim::EditorScript MonthsDriver::DrawScript() {
+  sim::EditorScript script;
+  script.serves = !Chance(4);
+  script.serveAfterMs = Chance(20) ? 200 : 0;
+  script.refusedConnects = Chance(20) ? 3 : 0;
+  script.connectMs = Chance(20) ? 30 : 0;
+  script.silenceMs = 5000;
+  script.handler = [this](Pid pid, const std::string& text) { return TakeText(pid, text); };
+  return script;
+}
