@@ -1,6 +1,6 @@
 #include "bench/child.h"
 
-#include "bench/libraries.h"
+#include "bench/sdk_library.h"
 
 #include <cstdio>
 #include <cstdlib>

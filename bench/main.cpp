@@ -4,7 +4,7 @@
 
 #include "bench/board.h"
 #include "bench/child.h"
-#include "bench/libraries.h"
+#include "bench/sdk_library.h"
 #include "bench/plot.h"
 #include "bench/sections.h"
 
@@ -28,6 +28,12 @@ struct Section {
 constexpr Section kSections[] = {
     {"round-trips", bench::MeasureRoundTrips},
     {"peers", bench::MeasurePeers},
+    {"log", bench::MeasureLog},
+    {"gate", bench::MeasureGate},
+    {"delivery", bench::MeasureDelivery},
+    {"events", bench::MeasureEvents},
+    {"starting", bench::MeasureStarting},
+    {"idle", bench::MeasureIdle},
 };
 
 struct Options {

@@ -2,7 +2,7 @@
 
 #include "bench/child.h"
 #include "bench/clock.h"
-#include "bench/libraries.h"
+#include "bench/pipe_library.h"
 #include "bench/raw_pipe.h"
 #include "bench/sections.h"
 

@@ -14,5 +14,11 @@ struct Effort {
 
 void MeasureRoundTrips(const Effort& effort, Report& report);
 void MeasurePeers(const Effort& effort, Report& report);
+void MeasureLog(const Effort& effort, Report& report);
+void MeasureGate(const Effort& effort, Report& report);
+void MeasureDelivery(const Effort& effort, Report& report);
+void MeasureEvents(const Effort& effort, Report& report);
+void MeasureStarting(const Effort& effort, Report& report);
+void MeasureIdle(const Effort& effort, Report& report);
 
 } // namespace bench

@@ -1,40 +1,8 @@
-#include "bench/libraries.h"
+#include "bench/sdk_library.h"
 
-#include "bench/clock.h"
-
-#include <cstdio>
-#include <cstdlib>
+#include "bench/resolve.h"
 
 namespace bench {
-namespace {
-
-[[noreturn]] void Fail(const char* what) {
-  std::fprintf(stderr, "%s: error %lu\n", what, GetLastError());
-  std::exit(1);
-}
-
-template <typename Function> void Resolve(HMODULE module, const char* name, Function* function) {
-  *function = reinterpret_cast<Function>(reinterpret_cast<void*>(GetProcAddress(module, name)));
-  if (*function == nullptr) {
-    Fail(name);
-  }
-}
-
-PipeLibrary LoadPipeLibrary() {
-  PipeLibrary library;
-  library.module = LoadLibraryW((ProgramFolder() + L"vpipearm64.dll").c_str());
-  if (library.module == nullptr) {
-    Fail("vpipearm64.dll");
-  }
-  Resolve(library.module, "CltConnectServer", &library.connectServer);
-  Resolve(library.module, "CltDisConnect", &library.disConnect);
-  Resolve(library.module, "CltComunicate", &library.comunicate);
-  Resolve(library.module, "CreatePipeSvr", &library.createPipeSvr);
-  Resolve(library.module, "ReleasePipeSvr", &library.releasePipeSvr);
-  return library;
-}
-
-} // namespace
 
 std::wstring ProgramFolder() {
   wchar_t path[MAX_PATH] = {};
@@ -42,22 +10,6 @@ std::wstring ProgramFolder() {
   std::wstring folder = path;
   folder.erase(folder.find_last_of(L'\\') + 1);
   return folder;
-}
-
-const PipeLibrary& ThePipeLibrary() {
-  static const PipeLibrary library = LoadPipeLibrary();
-  return library;
-}
-
-std::uint32_t ConnectSoon(const std::string& name) {
-  const double start = NowUs();
-  while (NowUs() - start < 20e6) {
-    if (const std::uint32_t connection = ThePipeLibrary().connectServer(name.c_str()); connection != 0) {
-      return connection;
-    }
-    Sleep(5);
-  }
-  Fail(name.c_str());
 }
 
 SdkLibrary LoadSdk(const std::wstring& folder) {

@@ -4,31 +4,15 @@
 
 #define VEXELSDK_NO_PROTOTYPES
 #include "include/vexelsdk.h"
-#include "pipe/vpipe.h"
 
 #include <string>
 
-// The two products, as their users load them.
 namespace bench {
 
 /// The folder of this program, with a trailing separator.
 std::wstring ProgramFolder();
 
-struct PipeLibrary {
-  HMODULE module = nullptr;
-  decltype(&::CltConnectServer) connectServer = nullptr;
-  decltype(&::CltDisConnect) disConnect = nullptr;
-  decltype(&::CltComunicate) comunicate = nullptr;
-  decltype(&::CreatePipeSvr) createPipeSvr = nullptr;
-  decltype(&::ReleasePipeSvr) releasePipeSvr = nullptr;
-};
-
-/// The copy beside this program. Ends the program when it is not there.
-const PipeLibrary& ThePipeLibrary();
-
-/// Connects again and again until there is a server, for 20 s at most: then the program ends.
-std::uint32_t ConnectSoon(const std::string& name);
-
+/// The SDK as a host loads it.
 struct SdkLibrary {
   HMODULE module = nullptr;
   VexelSDK_InitFn init = nullptr;

@@ -1,0 +1,92 @@
+// Starting: the library itself, the engine, and a picture with and without a waiting process.
+
+#include "bench/clock.h"
+#include "bench/sdk_host.h"
+#include "bench/sections.h"
+
+#include <windows.h>
+
+#include <filesystem>
+
+namespace bench {
+namespace {
+
+Row Reported(const char* id, const char* what, const char* unit, const Spread& value) {
+  Row row;
+  row.id = id;
+  row.what = what;
+  row.unit = unit;
+  row.value = value;
+  return row;
+}
+
+void MeasureLoading(const Effort& effort, Report& report) {
+  const std::filesystem::path path = std::filesystem::path(ProgramFolder()) / VEXELSDK_LIBRARY_NAME;
+  const auto size = static_cast<double>(std::filesystem::file_size(path));
+  report.rows.push_back(Reported("dll_size", "size of vexelsdk.dll", "bytes", {size, size, size}));
+  Samples loads;
+  for (std::size_t i = 0; i < effort(40, 10); ++i) {
+    const double start = NowUs();
+    const HMODULE module = LoadLibraryW(path.c_str());
+    loads.push_back((NowUs() - start) / 1000);
+    FreeLibrary(module);
+  }
+  report.rows.push_back(Reported("dll_load", "loading vexelsdk.dll", "ms", SpreadOf(loads)));
+}
+
+void MeasureInit(const Effort& effort, const SdkLibrary& sdk, Report& report) {
+  Samples inits;
+  for (std::size_t i = 0; i < effort(20, 6); ++i) {
+    BecomeHost();
+    const double start = NowUs();
+    sdk.init(nullptr);
+    inits.push_back((NowUs() - start) / 1000);
+    WaitUntil("the waiting editors", [] { return WaitingEditors() >= 2; });
+    sdk.unInit();
+    EndEditors();
+  }
+  Row row = Reported("init", "VexelSDK_Init on the host's thread", "ms", SpreadOf(inits));
+  row.kind = Bound::kAtMost;
+  row.bound = 1;
+  report.rows.push_back(row);
+}
+
+void MeasureOpening(const Effort& effort, const SdkLibrary& sdk, Report& report) {
+  Paired paired;
+  for (std::size_t i = 0; i < effort(20, 5); ++i) {
+    BecomeHost();
+    std::int32_t id = 0;
+    // The first open of an engine that nobody has called before finds no process.
+    double start = NowUs();
+    const double cold = OpenAndWait(sdk, 0, &id).openedAt.load() - start;
+    WaitUntil("the waiting editors", [] { return WaitingEditors() >= 2; });
+    Sleep(100); // the queue has come to rest
+    start = NowUs();
+    const double preloaded = OpenAndWait(sdk, 1, &id).openedAt.load() - start;
+    paired.Add({preloaded}, {cold});
+    WaitUntil("the waiting editors", [] { return WaitingEditors() >= 2; });
+    sdk.unInit();
+    EndEditors();
+  }
+  Row row = Reported("open", "open on a preloaded process over open with a cold start", "x", paired.Ratio());
+  row.kind = Bound::kAtMost;
+  row.bound = 0.2;
+  row.subject = Median(paired.subject);
+  row.reference = Median(paired.reference);
+  row.partsUnit = "us";
+  report.rows.push_back(row);
+  report.curves.push_back(MakeCurve("Open, to the editor", "preloaded", paired.subject));
+  report.curves.push_back(MakeCurve("Open, to the editor", "cold start", paired.reference));
+}
+
+} // namespace
+
+void MeasureStarting(const Effort& effort, Report& report) {
+  SetLogLevel(1);
+  MeasureLoading(effort, report);
+  const SdkLibrary sdk = LoadSdk(ProgramFolder());
+  MeasureInit(effort, sdk, report);
+  MeasureOpening(effort, sdk, report);
+}
+
+} // namespace bench
