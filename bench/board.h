@@ -18,20 +18,20 @@ inline constexpr std::int32_t kSendEvents = 1000;
 /// One editor's place. The editor writes, the host reads.
 struct EditorPlace {
   std::atomic<std::uint32_t> pid;
-  std::atomic<double> readyAt; // it serves; 0 until then
-  std::atomic<double> openedAt; // it has an "open"; 0 until then
-  std::atomic<std::uint32_t> operators; // texts received behind the "open"
+  std::atomic<double> readyAt;                // it serves; 0 until then
+  std::atomic<double> openedAt;               // it has an "open"; 0 until then
+  std::atomic<std::uint32_t> operators;       // texts received behind the "open"
   std::atomic<double> operatorAt[kKeptTimes]; // when each came, round and round
   std::atomic<std::uint32_t> eventsSent;
 };
 
 struct Board {
-  std::atomic<std::uint32_t> hostPid;  // editors end when this process does
-  std::atomic<std::uint32_t> editors;  // places taken
-  std::atomic<std::uint32_t> events;   // how many events kSendEvents asks for
-  std::atomic<double> eventPaceMs;     // between two events
-  std::atomic<double> eventJitterMs;   // and up to so much more
-  std::atomic<double> peerAt;          // a pipe peer's time, such as that of its death
+  std::atomic<std::uint32_t> hostPid; // editors end when this process does
+  std::atomic<std::uint32_t> editors; // places taken
+  std::atomic<std::uint32_t> events;  // how many events kSendEvents asks for
+  std::atomic<double> eventPaceMs;    // between two events
+  std::atomic<double> eventJitterMs;  // and up to so much more
+  std::atomic<double> peerAt;         // a pipe peer's time, such as that of its death
   EditorPlace places[kMaxEditors];
 };
 

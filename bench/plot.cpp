@@ -39,8 +39,7 @@ void Text(std::ostream& out, double x, double y, const std::string& text, const 
 }
 
 void Line(std::ostream& out, double x1, double y1, double x2, double y2) {
-  out << "<line x1=\"" << x1 << "\" y1=\"" << y1 << "\" x2=\"" << x2 << "\" y2=\"" << y2
-      << "\" stroke=\"#d8d8d8\"/>\n";
+  out << "<line x1=\"" << x1 << "\" y1=\"" << y1 << "\" x2=\"" << x2 << "\" y2=\"" << y2 << "\" stroke=\"#d8d8d8\"/>\n";
 }
 
 /// From time to place: whole decades around all that is shown.

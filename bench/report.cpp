@@ -125,9 +125,10 @@ Curve MakeCurve(std::string group, std::string name, const Samples& samples) {
 void Report::Write(std::ostream& out) const {
   out << std::setprecision(9);
   for (const Row& row : rows) {
-    out << "row\t" << row.id << '\t' << row.what << '\t' << row.unit << '\t' << row.partsUnit << '\t' << row.note << '\t'
-        << row.value.median << ' ' << row.value.low << ' ' << row.value.high << ' ' << static_cast<int>(row.kind) << ' '
-        << row.bound << ' ' << row.upper << ' ' << row.subject << ' ' << row.reference << ' ' << row.accepted << '\n';
+    out << "row\t" << row.id << '\t' << row.what << '\t' << row.unit << '\t' << row.partsUnit << '\t' << row.note
+        << '\t' << row.value.median << ' ' << row.value.low << ' ' << row.value.high << ' '
+        << static_cast<int>(row.kind) << ' ' << row.bound << ' ' << row.upper << ' ' << row.subject << ' '
+        << row.reference << ' ' << row.accepted << '\n';
   }
   for (const Curve& curve : curves) {
     out << "curve\t" << curve.group << '\t' << curve.name << '\t';
@@ -192,10 +193,10 @@ void PrintJson(std::ostream& out, const Report& report) {
     out << separator << "  {\"id\": " << Quoted(row.id) << ", \"what\": " << Quoted(row.what)
         << ", \"unit\": " << Quoted(row.unit) << ", \"value\": " << row.value.median << ", \"low\": " << row.value.low
         << ", \"high\": " << row.value.high << ", \"bound\": " << Quoted(KindName(row.kind))
-        << ", \"limit\": " << row.bound << ", \"upper\": " << row.upper << ", \"met\": " << (row.IsMet() ? "true" : "false")
-        << ", \"far_off\": " << (row.IsFarOff() ? "true" : "false") << ", \"subject\": " << row.subject
-        << ", \"reference\": " << row.reference << ", \"parts_unit\": " << Quoted(row.partsUnit)
-        << ", \"note\": " << Quoted(row.note) << "}";
+        << ", \"limit\": " << row.bound << ", \"upper\": " << row.upper
+        << ", \"met\": " << (row.IsMet() ? "true" : "false") << ", \"far_off\": " << (row.IsFarOff() ? "true" : "false")
+        << ", \"subject\": " << row.subject << ", \"reference\": " << row.reference
+        << ", \"parts_unit\": " << Quoted(row.partsUnit) << ", \"note\": " << Quoted(row.note) << "}";
     separator = ",\n";
   }
   out << "\n]}\n";

@@ -12,10 +12,10 @@ namespace bench {
 enum class Bound { kNone, kAtMost, kAtLeast, kBetween };
 
 struct Row {
-  std::string id;        // short and lasting, for machines
-  std::string what;      // for people
-  std::string unit;      // "x" for a ratio
-  Spread value;          // the figure that the bound is for
+  std::string id;   // short and lasting, for machines
+  std::string what; // for people
+  std::string unit; // "x" for a ratio
+  Spread value;     // the figure that the bound is for
   Bound kind = Bound::kNone;
   double bound = 0;      // the bound, or the lower one of two
   double upper = 0;      // the upper one of two

@@ -155,7 +155,8 @@ void MeasureMany(const Effort& effort, const SdkLibrary& sdk, std::vector<std::i
   for (const double latency : arrivals.latencies) {
     microseconds.push_back(latency * 1000);
   }
-  report.curves.push_back(MakeCurve("Event from an editor to the callback", "event, many editors at once", microseconds));
+  report.curves.push_back(
+      MakeCurve("Event from an editor to the callback", "event, many editors at once", microseconds));
 }
 
 } // namespace

@@ -1,8 +1,8 @@
 // A log statement that is suppressed, and one that is written. Inside: through the log's own library.
 
 #include "bench/clock.h"
-#include "bench/sdk_library.h"
 #include "bench/raw_log.h"
+#include "bench/sdk_library.h"
 #include "bench/sections.h"
 #include "foundation/logger.h"
 

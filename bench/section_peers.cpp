@@ -56,6 +56,7 @@ void MeasureConnecting(const Effort& effort, Report& report) {
       },
       [&] {
         Sleep(2);
+        WaitNamedPipeA(("\\\\.\\pipe\\" + raw).c_str(), 10000); // its one instance listens again
         std::array<char, 64> reply;
         const double start = NowUs();
         const HANDLE pipe = OpenRaw(raw, PipeMode::kMessage);

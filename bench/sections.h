@@ -19,6 +19,8 @@ void MeasureGate(const Effort& effort, Report& report);
 void MeasureDelivery(const Effort& effort, Report& report);
 void MeasureEvents(const Effort& effort, Report& report);
 void MeasureStarting(const Effort& effort, Report& report);
+/// One round of MeasureStarting, which runs it in a process of its own.
+void MeasureOneOpening(const Effort& effort, Report& report);
 void MeasureIdle(const Effort& effort, Report& report);
 
 } // namespace bench
