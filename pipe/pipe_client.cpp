@@ -1,7 +1,6 @@
 #include "pipe/pipe_client.h"
 
 #include <atomic>
-#include <cstring>
 #include <memory>
 #include <mutex>
 #include <new>
@@ -12,6 +11,7 @@
 #include "pipe/frame.h"
 #include "pipe/pipe_channel.h"
 #include "pipe/pipe_name.h"
+#include "pipe/text_scan.h"
 #include "pipe/unique_handle.h"
 
 namespace vpipe {
@@ -35,6 +35,7 @@ public:
     return m_stop ? m_channel.Attach(std::move(pipe), m_stop.Get()) : GetLastError();
   }
 
+  /// `text` is sendable.
   DWORD Communicate(std::string_view text, const char** reply) {
     const std::lock_guard lock(m_lock);
     if (m_stopping.load(std::memory_order_relaxed)) {
@@ -44,7 +45,7 @@ public:
       return ERROR_PIPE_NOT_CONNECTED;
     }
     try {
-      m_encoder.Encode(text);
+      m_encoder.EncodeSendable(text);
     } catch (const std::bad_alloc&) {
       return ERROR_NOT_ENOUGH_MEMORY;
     }
@@ -182,8 +183,8 @@ DWORD Communicate(std::uint32_t connection, const char* text, const char** reply
   if (found == nullptr) {
     return ERROR_INVALID_HANDLE;
   }
-  const std::string_view view(text, text == nullptr ? 0 : strnlen(text, kMaxTextBytes + 1));
-  if (!IsSendable(view)) {
+  const std::string_view view(text, text == nullptr ? 0 : LengthUpTo(text, kMaxTextBytes + 1));
+  if (view.empty() || view.size() > kMaxTextBytes) {
     return ERROR_INVALID_PARAMETER;
   }
   return found->Communicate(view, reply);
