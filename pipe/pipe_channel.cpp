@@ -24,12 +24,16 @@ DWORD Deadline::Remaining() const {
   return left > 0 ? static_cast<DWORD>(left) : 0;
 }
 
-DWORD PipeChannel::Attach(UniqueHandle pipe, HANDLE stop) {
+DWORD PipeChannel::Prepare() {
   if (!m_done) {
     m_done = UniqueHandle(CreateEventW(nullptr, TRUE, FALSE, nullptr));
-    if (!m_done) {
-      return GetLastError();
-    }
+  }
+  return m_done ? DWORD{ERROR_SUCCESS} : GetLastError();
+}
+
+DWORD PipeChannel::Attach(UniqueHandle pipe, HANDLE stop) {
+  if (const DWORD error = Prepare(); error != ERROR_SUCCESS) {
+    return error;
   }
   m_pipe = std::move(pipe);
   m_stop = stop;

@@ -25,14 +25,23 @@ public:
     if (!MakePipePath(name, path)) {
       return ERROR_INVALID_PARAMETER;
     }
+    // Made ahead, and kept for the next try where there is no server yet.
+    if (!m_stop) {
+      m_stop = UniqueHandle(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+      if (!m_stop) {
+        return GetLastError();
+      }
+    }
+    if (const DWORD error = m_channel.Prepare(); error != ERROR_SUCCESS) {
+      return error;
+    }
     // The server learns who its client is and can do nothing in the client's name.
     UniqueHandle pipe(CreateFileW(path, GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING,
                                   FILE_FLAG_OVERLAPPED | SECURITY_SQOS_PRESENT | SECURITY_IDENTIFICATION, nullptr));
     if (!pipe) {
       return GetLastError();
     }
-    m_stop = UniqueHandle(CreateEventW(nullptr, TRUE, FALSE, nullptr));
-    return m_stop ? m_channel.Attach(std::move(pipe), m_stop.Get()) : GetLastError();
+    return m_channel.Attach(std::move(pipe), m_stop.Get());
   }
 
   /// `text` is sendable.
@@ -67,6 +76,15 @@ public:
     SetEvent(m_stop.Get());
     const std::lock_guard lock(m_lock);
     m_channel.Close();
+  }
+
+  /// Makes a closed connection as new but for its events. Nobody else holds it.
+  void Renew() {
+    const std::lock_guard lock(m_lock);
+    m_stopping.store(false, std::memory_order_relaxed);
+    ResetEvent(m_stop.Get());
+    m_encoder = FrameEncoder();
+    m_decoder = FrameDecoder();
   }
 
 private:
@@ -146,8 +164,26 @@ public:
     return connection;
   }
 
+  /// A connection to open: the one in reserve, or a new one.
+  std::shared_ptr<Connection> TakeSpare() {
+    {
+      const std::lock_guard lock(m_lock);
+      if (m_spare != nullptr) {
+        return std::move(m_spare);
+      }
+    }
+    return std::make_shared<Connection>();
+  }
+
+  /// Keeps a connection that is not open in reserve.
+  void GiveSpare(std::shared_ptr<Connection> connection) {
+    const std::lock_guard lock(m_lock);
+    m_spare.swap(connection);
+  }
+
 private:
   std::mutex m_lock;
+  std::shared_ptr<Connection> m_spare; // its events serve the next connection, and each try while a server comes up
   std::uint32_t m_last = 0;
   std::unordered_map<std::uint32_t, std::shared_ptr<Connection>> m_connections;
 };
@@ -161,10 +197,12 @@ ConnectionTable& Table() {
 } // namespace
 
 DWORD ConnectToServer(const char* name, std::uint32_t* connection) {
-  auto opened = std::make_shared<Connection>();
+  std::shared_ptr<Connection> opened = Table().TakeSpare();
   const DWORD error = opened->Open(name);
   if (error == ERROR_SUCCESS) {
     *connection = Table().Add(std::move(opened));
+  } else {
+    Table().GiveSpare(std::move(opened));
   }
   return error;
 }
@@ -175,6 +213,10 @@ DWORD DisconnectFromServer(std::uint32_t connection) {
     return ERROR_INVALID_HANDLE;
   }
   removed->Close();
+  if (removed.use_count() == 1) { // out of the table, so nobody else can come to hold it
+    removed->Renew();
+    Table().GiveSpare(removed);
+  }
   return ERROR_SUCCESS;
 }
 
