@@ -144,7 +144,9 @@ void MeasureOneWay(const Effort& effort, Report& report) {
                      {1 / slower.median, 1 / slower.high, 1 / slower.low}, 0.9, Median(paired.subject),
                      Median(paired.reference));
   row.kind = Bound::kAtLeast;
+  // A reply to each text is the contract, so a round trip each is the least that this can cost.
   row.note = "every text of the library is answered; the raw writes are not";
+  row.accepted = 0.2;
   report.rows.push_back(row);
   ThePipeLibrary().disConnect(connection);
   CloseHandle(pipe);

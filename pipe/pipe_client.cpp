@@ -78,13 +78,18 @@ public:
     m_channel.Close();
   }
 
-  /// Makes a closed connection as new but for its events. Nobody else holds it.
+  /// Makes a closed connection as new but for its events and its buffers of ordinary size. Nobody else holds it.
   void Renew() {
     const std::lock_guard lock(m_lock);
     m_stopping.store(false, std::memory_order_relaxed);
     ResetEvent(m_stop.Get());
-    m_encoder = FrameEncoder();
-    m_decoder = FrameDecoder();
+    if (m_encoder.Capacity() > kInitialBufferBytes) {
+      m_encoder = FrameEncoder();
+    }
+    if (m_decoder.Capacity() > kInitialBufferBytes) {
+      m_decoder = FrameDecoder();
+    }
+    m_decoder.Reset();
   }
 
 private:

@@ -119,7 +119,7 @@ private:
 
   // editor_events.cpp
   void PollEditors();
-  void ProcessEditorMessage(std::uint32_t pid, char* text);
+  void ProcessEditorMessage(std::uint32_t pid, char* text, const EditorMessage& message);
   void DeliverBrowserMessage(std::uint32_t pid, char* text);
   void SendBrowserMessage(std::int32_t id, std::uint32_t pid, const char* type, const char* param);
   void ReportCustomMessage(const SDK_OperatorData& record, const char* param);
