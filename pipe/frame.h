@@ -8,6 +8,8 @@
 #include <string_view>
 #include <utility>
 
+#include "pipe/text_scan.h"
+
 // What goes over the wire, in both directions: frames, each a payload length in 4 bytes, little-endian, and the
 // payload. A payload is a text of 1 to kMaxTextBytes bytes with no NUL in it; whether it is valid UTF-8 is the
 // receiver's affair.
@@ -16,14 +18,17 @@ namespace vpipe {
 inline constexpr std::size_t kFrameHeaderBytes = 4;
 inline constexpr std::size_t kMaxTextBytes = 16u * 1024 * 1024;
 
-// What a buffer starts with, and what it may keep while it waits for the next message. Links outlive their editors, so
-// it starts small: several buffers are held for each editor that there ever was.
+// What a buffer starts with. Links outlive their editors, so it starts small: several buffers are held for each editor
+// that there ever was.
 inline constexpr std::size_t kInitialBufferBytes = 4u * 1024;
-inline constexpr std::size_t kKeptBufferBytes = 1024u * 1024;
+
+// What a buffer may keep while it waits for the next message: the frame of a text of 64 KiB and of one of 1 MiB goes in,
+// so that such texts take one read each.
+inline constexpr std::size_t kKeptBufferBytes = 1024u * 1024 + 64u * 1024;
 
 /// Whether `text` may travel: 1 to kMaxTextBytes bytes and no NUL.
 inline bool IsSendable(std::string_view text) {
-  return !text.empty() && text.size() <= kMaxTextBytes && std::memchr(text.data(), 0, text.size()) == nullptr;
+  return !text.empty() && text.size() <= kMaxTextBytes && !HoldsNul(text.data(), text.size());
 }
 
 /// Builds frames in one buffer that is used again and again. One thread at a time.
@@ -36,6 +41,13 @@ public:
     if (!IsSendable(text)) {
       return false;
     }
+    EncodeSendable(text);
+    return true;
+  }
+
+  /// The same for a text that is known to be sendable, without another look at it.
+  void EncodeSendable(std::string_view text) {
+    m_size = 0;
     const std::size_t size = kFrameHeaderBytes + text.size();
     if (size > m_capacity || (m_capacity > kKeptBufferBytes && size <= kKeptBufferBytes)) {
       Resize(std::max(size, kInitialBufferBytes));
@@ -46,7 +58,6 @@ public:
     }
     std::memcpy(m_buffer.get() + kFrameHeaderBytes, text.data(), text.size());
     m_size = size;
-    return true;
   }
 
   /// The frame that Encode built; valid until the next Encode.
@@ -129,7 +140,7 @@ public:
       return Status::kNeedMore;
     }
     char* payload = m_buffer.get() + m_begin + kFrameHeaderBytes;
-    if (std::memchr(payload, 0, length) != nullptr) {
+    if (HoldsNul(payload, length)) {
       m_broken = true;
       return Status::kBroken;
     }

@@ -5,8 +5,9 @@
 namespace vpipe {
 namespace {
 
-// The system copies what a write has in flight into memory that all processes share.
-constexpr std::size_t kWriteBytes = 1024u * 1024;
+// The system copies what a write has in flight into memory that all processes share. The frame of a text of 1 MiB goes in
+// one piece.
+constexpr std::size_t kChunkBytes = 2u * 1024 * 1024;
 
 DWORD Normalised(DWORD error) {
   // The two ends of a pipe close in steps, and each step has an error of its own.
@@ -23,12 +24,16 @@ DWORD Deadline::Remaining() const {
   return left > 0 ? static_cast<DWORD>(left) : 0;
 }
 
-DWORD PipeChannel::Attach(UniqueHandle pipe, HANDLE stop) {
+DWORD PipeChannel::Prepare() {
   if (!m_done) {
     m_done = UniqueHandle(CreateEventW(nullptr, TRUE, FALSE, nullptr));
-    if (!m_done) {
-      return GetLastError();
-    }
+  }
+  return m_done ? DWORD{ERROR_SUCCESS} : GetLastError();
+}
+
+DWORD PipeChannel::Attach(UniqueHandle pipe, HANDLE stop) {
+  if (const DWORD error = Prepare(); error != ERROR_SUCCESS) {
+    return error;
   }
   m_pipe = std::move(pipe);
   m_stop = stop;
@@ -56,7 +61,7 @@ DWORD PipeChannel::Read(char* data, std::size_t size, const Deadline& deadline, 
   operation.hEvent = m_done.Get();
   DWORD bytes = 0;
   DWORD error = ERROR_SUCCESS;
-  if (!ReadFile(m_pipe.Get(), data, static_cast<DWORD>(std::min(size, kWriteBytes)), &bytes, &operation)) {
+  if (!ReadFile(m_pipe.Get(), data, static_cast<DWORD>(std::min(size, kChunkBytes)), &bytes, &operation)) {
     error = GetLastError();
     if (error == ERROR_IO_PENDING) {
       error = Finish(&operation, deadline, &bytes);
@@ -71,7 +76,7 @@ DWORD PipeChannel::Write(std::string_view data, const Deadline& deadline) {
     OVERLAPPED operation{};
     operation.hEvent = m_done.Get();
     DWORD bytes = 0;
-    if (!WriteFile(m_pipe.Get(), data.data(), static_cast<DWORD>(std::min(data.size(), kWriteBytes)), &bytes,
+    if (!WriteFile(m_pipe.Get(), data.data(), static_cast<DWORD>(std::min(data.size(), kChunkBytes)), &bytes,
                    &operation)) {
       DWORD error = GetLastError();
       if (error == ERROR_IO_PENDING) {

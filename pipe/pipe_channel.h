@@ -39,6 +39,9 @@ private:
 /// One thread at a time.
 class PipeChannel {
 public:
+  /// Makes what Attach needs, so that nothing has to be made between a pipe's opening and its first use. Throws nothing.
+  DWORD Prepare();
+
   /// Takes the pipe. `stop`, a manual-reset event, stays the caller's and must outlive the channel's use. Throws
   /// nothing.
   DWORD Attach(UniqueHandle pipe, HANDLE stop);

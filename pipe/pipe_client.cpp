@@ -1,7 +1,6 @@
 #include "pipe/pipe_client.h"
 
 #include <atomic>
-#include <cstring>
 #include <memory>
 #include <mutex>
 #include <new>
@@ -12,6 +11,7 @@
 #include "pipe/frame.h"
 #include "pipe/pipe_channel.h"
 #include "pipe/pipe_name.h"
+#include "pipe/text_scan.h"
 #include "pipe/unique_handle.h"
 
 namespace vpipe {
@@ -25,16 +25,26 @@ public:
     if (!MakePipePath(name, path)) {
       return ERROR_INVALID_PARAMETER;
     }
+    // Made ahead, and kept for the next try where there is no server yet.
+    if (!m_stop) {
+      m_stop = UniqueHandle(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+      if (!m_stop) {
+        return GetLastError();
+      }
+    }
+    if (const DWORD error = m_channel.Prepare(); error != ERROR_SUCCESS) {
+      return error;
+    }
     // The server learns who its client is and can do nothing in the client's name.
     UniqueHandle pipe(CreateFileW(path, GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING,
                                   FILE_FLAG_OVERLAPPED | SECURITY_SQOS_PRESENT | SECURITY_IDENTIFICATION, nullptr));
     if (!pipe) {
       return GetLastError();
     }
-    m_stop = UniqueHandle(CreateEventW(nullptr, TRUE, FALSE, nullptr));
-    return m_stop ? m_channel.Attach(std::move(pipe), m_stop.Get()) : GetLastError();
+    return m_channel.Attach(std::move(pipe), m_stop.Get());
   }
 
+  /// `text` is sendable.
   DWORD Communicate(std::string_view text, const char** reply) {
     const std::lock_guard lock(m_lock);
     if (m_stopping.load(std::memory_order_relaxed)) {
@@ -44,7 +54,7 @@ public:
       return ERROR_PIPE_NOT_CONNECTED;
     }
     try {
-      m_encoder.Encode(text);
+      m_encoder.EncodeSendable(text);
     } catch (const std::bad_alloc&) {
       return ERROR_NOT_ENOUGH_MEMORY;
     }
@@ -66,6 +76,20 @@ public:
     SetEvent(m_stop.Get());
     const std::lock_guard lock(m_lock);
     m_channel.Close();
+  }
+
+  /// Makes a closed connection as new but for its events and its buffers of ordinary size. Nobody else holds it.
+  void Renew() {
+    const std::lock_guard lock(m_lock);
+    m_stopping.store(false, std::memory_order_relaxed);
+    ResetEvent(m_stop.Get());
+    if (m_encoder.Capacity() > kInitialBufferBytes) {
+      m_encoder = FrameEncoder();
+    }
+    if (m_decoder.Capacity() > kInitialBufferBytes) {
+      m_decoder = FrameDecoder();
+    }
+    m_decoder.Reset();
   }
 
 private:
@@ -147,8 +171,26 @@ public:
     return connection;
   }
 
+  /// A connection to open: the one in reserve, or a new one.
+  std::shared_ptr<Connection> TakeSpare() {
+    {
+      const std::lock_guard lock(m_lock);
+      if (m_spare != nullptr) {
+        return std::move(m_spare);
+      }
+    }
+    return std::make_shared<Connection>();
+  }
+
+  /// Keeps a connection that is not open in reserve.
+  void GiveSpare(std::shared_ptr<Connection> connection) {
+    const std::lock_guard lock(m_lock);
+    m_spare.swap(connection);
+  }
+
 private:
   std::mutex m_lock;
+  std::shared_ptr<Connection> m_spare; // its events serve the next connection, and each try while a server comes up
   std::uint32_t m_last = 0;
   std::unordered_map<std::uint32_t, std::shared_ptr<Connection>> m_connections;
 };
@@ -162,10 +204,12 @@ ConnectionTable& Table() {
 } // namespace
 
 DWORD ConnectToServer(const char* name, std::uint32_t* connection) {
-  auto opened = std::make_shared<Connection>();
+  std::shared_ptr<Connection> opened = Table().TakeSpare();
   const DWORD error = opened->Open(name);
   if (error == ERROR_SUCCESS) {
     *connection = Table().Add(std::move(opened));
+  } else {
+    Table().GiveSpare(std::move(opened));
   }
   return error;
 }
@@ -176,6 +220,10 @@ DWORD DisconnectFromServer(std::uint32_t connection) {
     return ERROR_INVALID_HANDLE;
   }
   removed->Close();
+  if (removed.use_count() == 1) { // out of the table, so nobody else can come to hold it
+    removed->Renew();
+    Table().GiveSpare(removed);
+  }
   return ERROR_SUCCESS;
 }
 
@@ -184,8 +232,8 @@ DWORD Communicate(std::uint32_t connection, const char* text, const char** reply
   if (found == nullptr) {
     return ERROR_INVALID_HANDLE;
   }
-  const std::string_view view(text, text == nullptr ? 0 : strnlen(text, kMaxTextBytes + 1));
-  if (!IsSendable(view)) {
+  const std::string_view view(text, text == nullptr ? 0 : LengthUpTo(text, kMaxTextBytes + 1));
+  if (view.empty() || view.size() > kMaxTextBytes) {
     return ERROR_INVALID_PARAMETER;
   }
   return found->Communicate(view, reply);

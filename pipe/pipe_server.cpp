@@ -13,7 +13,11 @@ namespace vpipe {
 namespace {
 
 // The quota of a pipe in each direction, in bytes: an ordinary frame fits, and its writer does not wait for the reader.
-constexpr DWORD kPipeBufferBytes = 64u * 1024;
+constexpr DWORD kPipeBufferBytes = 68u * 1024;
+
+// Workers that may wait for a client at a time. Making one is dear: a server whose clients come and go keeps one in
+// reserve, so that none has to be made between a client's connect and its first reply.
+constexpr std::size_t kMostListeners = 2;
 
 // Pause after a failure to wait for clients that may last, in milliseconds.
 constexpr DWORD kRetryPause = 100;
@@ -256,7 +260,7 @@ void NamedPipeServer::Accepted() {
 /// Whether this worker is needed to wait for the next client. If not, its place is given up.
 bool NamedPipeServer::ListensAgain(Worker& worker) {
   const std::lock_guard lock(m_lock);
-  if (m_listening != 0) {
+  if (m_listening >= kMostListeners) {
     // In one step, so that the next client's worker finds this place and this instance free.
     worker.channel.Close();
     worker.busy = false;

@@ -49,6 +49,36 @@ std::vector<std::string> Drain(FrameDecoder& decoder, Status* last) {
   return texts;
 }
 
+TEST(TextScan, FindsANulAtEveryPlaceAndNoneWhereNoneIs) {
+  for (const std::size_t size :
+       {std::size_t{1}, std::size_t{255}, std::size_t{256}, std::size_t{257}, std::size_t{800}}) {
+    std::string bytes(size, 'x');
+    ASSERT_FALSE(HoldsNul(bytes.data(), size));
+    for (std::size_t place = 0; place < size; ++place) {
+      bytes[place] = '\0';
+      ASSERT_TRUE(HoldsNul(bytes.data(), size)) << place << " of " << size;
+      ASSERT_FALSE(HoldsNul(bytes.data(), place));
+      bytes[place] = 'x';
+    }
+  }
+  EXPECT_FALSE(HoldsNul("", 0));
+}
+
+TEST(TextScan, TellsTheLengthFromEveryStartAndStopsAtTheLimit) {
+  std::string room(2048, 'x'); // more than a block behind every text that is looked at
+  const char* const text = room.data();
+  for (std::size_t start = 0; start < 300; ++start) {
+    for (const std::size_t length :
+         {std::size_t{0}, std::size_t{1}, std::size_t{200}, std::size_t{256}, std::size_t{700}}) {
+      room[start + length] = '\0';
+      ASSERT_EQ(LengthUpTo(text + start, 1500), length) << "from " << start;
+      ASSERT_EQ(LengthUpTo(text + start, length), length);
+      ASSERT_EQ(LengthUpTo(text + start, length / 2), length / 2);
+      room[start + length] = 'x';
+    }
+  }
+}
+
 TEST(FrameEncoder, PutsTheLengthFirstLowestByteFirst) {
   FrameEncoder encoder;
   const std::string text(0x0102, 'a');

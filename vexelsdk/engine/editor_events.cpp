@@ -51,25 +51,31 @@ void MsgThreadFun() noexcept {
 }
 
 void VexelSDKThread::PollEditors() {
-  std::vector<std::pair<std::uint32_t, char*>> texts; // at most one text of each editor, in order of pids
+  struct Arrival {
+    std::uint32_t pid;
+    std::string text;
+    EditorMessage message;
+  };
+  std::vector<Arrival> arrivals; // at most one text of each editor, in order of pids
   {
     const std::lock_guard lock(m_helperLock);
     for (const auto& [pid, helper] : m_helpers) {
-      std::string text;
-      if (helper == nullptr || !helper->IsReading() || !helper->GetOperator(text) || text.empty()) {
+      Arrival arrival{pid, {}, {}};
+      if (helper == nullptr || !helper->IsReading() || !helper->GetOperator(arrival.text, &arrival.message) ||
+          arrival.text.empty()) {
         continue;
       }
-      if (char* const buffer = NewCallbackText(text); buffer != nullptr) {
-        texts.emplace_back(pid, buffer);
-      }
+      arrivals.push_back(std::move(arrival));
     }
   }
-  for (const auto& [pid, text] : texts) {
-    ProcessEditorMessage(pid, text);
+  for (const Arrival& arrival : arrivals) {
+    if (char* const buffer = NewCallbackText(arrival.text); buffer != nullptr) {
+      ProcessEditorMessage(arrival.pid, buffer, arrival.message);
+    }
   }
 }
 
-void VexelSDKThread::ProcessEditorMessage(std::uint32_t pid, char* text) {
+void VexelSDKThread::ProcessEditorMessage(std::uint32_t pid, char* text, const EditorMessage& message) {
   std::int32_t id = 0;
   {
     const std::lock_guard lock(m_stateLock);
@@ -80,7 +86,6 @@ void VexelSDKThread::ProcessEditorMessage(std::uint32_t pid, char* text) {
     const std::lock_guard lock(m_helperLock);
     forward = m_callbacks.contains(id);
   }
-  const EditorMessage message = ReadEditorMessage(text);
   switch (message.event) {
   case EditorEvent::kProcessExit:
     forward = false;

@@ -122,9 +122,25 @@ void VexelSDKThread::StopThreads() {
   });
 }
 
+/// An id that was given out is found without a walk through the map, so that the gate costs the same with many windows.
+std::uint32_t& VexelSDKThread::PidSlotLocked(std::int32_t id) {
+  if (id <= 0 || id > m_lastId) {
+    return m_idToPid[id];
+  }
+  const auto at = static_cast<std::size_t>(id);
+  if (at >= m_pidSlots.size()) {
+    m_pidSlots.resize(at + 1, nullptr);
+  }
+  std::uint32_t*& slot = m_pidSlots[at];
+  if (slot == nullptr) {
+    slot = &m_idToPid[id];
+  }
+  return *slot;
+}
+
 std::uint32_t VexelSDKThread::GetPidById(std::int32_t id) {
   const std::lock_guard lock(m_stateLock);
-  return m_idToPid[id];
+  return PidSlotLocked(id);
 }
 
 bool VexelSDKThread::BindIdToPid(std::int32_t id, std::uint32_t pid) {

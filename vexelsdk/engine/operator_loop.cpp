@@ -17,6 +17,9 @@ __attribute__((no_sanitize("null"))) std::uint32_t PidOf(const VexelSDKHelper* h
 } // namespace
 
 bool VexelSDKThread::DoOperator(const SDK_OperatorData& record) {
+  if (record.m_op != SDK_CLOSE && !vx::ShouldLog(LOG_INFO)) {
+    return Enqueue(record, true); // nothing comes between the gate and the queue, so they share a lock
+  }
   if (IsFinished(record.m_id)) {
     return false;
   }
@@ -51,11 +54,20 @@ bool VexelSDKThread::DoOperator(const SDK_OperatorData& record) {
       result = false;
     }
   }
+  Enqueue(record, false);
+  return result;
+}
+
+/// Queues a copy of the record. False for one whose id is finished.
+bool VexelSDKThread::Enqueue(const SDK_OperatorData& record, bool testFinished) {
   SDK_OperatorData copy = record; // made before the lock, moved under it
   bool wake = false;
   {
     const std::lock_guard lock(m_stateLock);
-    copy.m_pid = m_idToPid[record.m_id];
+    if (testFinished && m_finishedIds.contains(record.m_id)) {
+      return false;
+    }
+    copy.m_pid = PidSlotLocked(record.m_id);
     m_operators.push_back(std::move(copy));
     wake = m_operatorIdle;
     m_operatorIdle = false;
@@ -63,7 +75,7 @@ bool VexelSDKThread::DoOperator(const SDK_OperatorData& record) {
   if (wake) {
     m_operatorArrived.Set();
   }
-  return result;
+  return true;
 }
 
 /// The next record, or false for an empty queue. `done` is set with the last look at the queue before the end.

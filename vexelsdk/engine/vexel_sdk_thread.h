@@ -15,6 +15,7 @@
 #include <set>
 #include <string>
 #include <thread>
+#include <vector>
 
 /// The host's function for the events of one editor id: a text that passes to it, and the user data it registered.
 using BrowserCallback = void (*)(char* text, void* data);
@@ -80,7 +81,8 @@ private:
   void StopThreads();
 
   // engine_state.cpp
-  std::uint32_t GetPidById(std::int32_t id); // adds a zero entry for an unknown id
+  std::uint32_t& PidSlotLocked(std::int32_t id); // m_idToPid[id], under m_stateLock
+  std::uint32_t GetPidById(std::int32_t id);     // adds a zero entry for an unknown id
   bool BindIdToPid(std::int32_t id, std::uint32_t pid);
   std::shared_ptr<VexelSDKHelper> GetHelperByPid(std::uint32_t pid);
   std::shared_ptr<VexelSDKHelper> GetHelperOfOperator(const SDK_OperatorData& record);
@@ -94,6 +96,7 @@ private:
   void SetPreloadPid(const std::wstring& name, std::uint32_t pid);
 
   // operator_loop.cpp
+  bool Enqueue(const SDK_OperatorData& record, bool testFinished);
   bool TakeOperator(SDK_OperatorData& record, bool& done);
   void WaitForOperator();
   void SendOperator(const SDK_OperatorData& record);
@@ -116,7 +119,7 @@ private:
 
   // editor_events.cpp
   void PollEditors();
-  void ProcessEditorMessage(std::uint32_t pid, char* text);
+  void ProcessEditorMessage(std::uint32_t pid, char* text, const EditorMessage& message);
   void DeliverBrowserMessage(std::uint32_t pid, char* text);
   void SendBrowserMessage(std::int32_t id, std::uint32_t pid, const char* type, const char* param);
   void ReportCustomMessage(const SDK_OperatorData& record, const char* param);
@@ -142,6 +145,7 @@ private:
   std::deque<SDK_OperatorData> m_operators;            // m_stateLock; first in first out, no limit
   bool m_operatorIdle = false;                         // m_stateLock; the operator thread waits for a record
   std::map<std::int32_t, std::uint32_t> m_idToPid;     // m_stateLock
+  std::vector<std::uint32_t*> m_pidSlots;              // m_stateLock; by id, into m_idToPid, which erases nothing
   std::set<std::int32_t> m_finishedIds;                // m_stateLock; over: no operator is accepted or run
   std::set<std::int32_t> m_closingIds;                 // m_closeLock; a close has been accepted
   std::set<std::int32_t> m_modifyCloseIds;             // m_closeLock; closing, and the user is being asked

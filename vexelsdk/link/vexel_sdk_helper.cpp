@@ -5,7 +5,6 @@
 #include "platform/error.h"
 #include "platform/sync.h"
 #include "public/vexelsdk/process_inventory.h"
-#include "vexelsdk/link/editor_messages.h"
 
 namespace {
 
@@ -127,7 +126,7 @@ void VexelSDKHelper::BuildOperatorMessage(const SDK_OperatorData& record, std::s
   out = OperatorMessageText(GetPid(), m_id, record);
 }
 
-bool VexelSDKHelper::GetOperator(std::string& out) {
+bool VexelSDKHelper::GetOperator(std::string& out, EditorMessage* message) {
   if (m_reader == nullptr) {
     return false;
   }
@@ -136,8 +135,12 @@ bool VexelSDKHelper::GetOperator(std::string& out) {
     return false;
   }
   out = std::move(text);
-  if (const EditorMessage message = ReadEditorMessage(out.c_str()); message.modified.has_value()) {
-    m_modified.store(*message.modified, std::memory_order_relaxed);
+  const EditorMessage read = ReadEditorMessage(out.c_str());
+  if (read.modified.has_value()) {
+    m_modified.store(*read.modified, std::memory_order_relaxed);
+  }
+  if (message != nullptr) {
+    *message = read;
   }
   SDKLOG(LOG_INFO) << "data=" << out.c_str();
   return true;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "vexelsdk/link/editor_messages.h"
 #include "vexelsdk/link/operator_data.h"
 #include "vexelsdk/link/pipe_binding.h"
 #include "vexelsdk/link/reader_msg_proc.h"
@@ -32,7 +33,8 @@ public:
   void StopServer();
 
   /// Takes one text of the editor into `out`, and notes its unsaved state when it tells that. False when none waits.
-  bool GetOperator(std::string& out);
+  /// What was read in the text goes to `message` (may be null), so that nobody has to parse it again.
+  bool GetOperator(std::string& out, EditorMessage* message = nullptr);
 
   /// Sends a record and waits for the editor's reply; connects first when there is no connection, for up to
   /// ConnectTimeoutMs. True when the editor replied. `*sent` (`sent` may be null) is false only when no connection
