@@ -284,8 +284,9 @@ void LeapMs(std::uint64_t milliseconds) {
 bool SomeoneWaitsFor(std::uint32_t milliseconds) {
   const Lock lock = TakeLock();
   return std::any_of(TheClock().waits.begin(), TheClock().waits.end(), [milliseconds](const Waiter& wait) {
+    // Rounded: a clock that runs has gone on between the two.
     return wait.deadlineNs != kNever &&
-           (wait.deadlineNs - wait.beganNs) / kNsPerMs == static_cast<std::int64_t>(milliseconds);
+           (wait.deadlineNs - wait.beganNs + kNsPerMs / 2) / kNsPerMs == static_cast<std::int64_t>(milliseconds);
   });
 }
 

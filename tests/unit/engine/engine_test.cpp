@@ -1,6 +1,7 @@
 #include "tests/unit/engine/engine_test.h"
 
 #include "foundation/logger.h"
+#include "tests/sim/clock.h"
 #include "tests/sim/faults.h"
 #include "tests/sim/file.h"
 
@@ -13,6 +14,7 @@ EngineTest::EngineTest() {
 }
 
 EngineTest::~EngineTest() {
+  sim::SetClockSpeed(20); // a teardown waits for what is queued, which takes time
   VexelSDKThread::DestroyInstance(VexelSDKThread::GetInstance());
   vx::ResetLogger({});
 }
