@@ -168,10 +168,10 @@ void Report::Read(std::istream& in) {
 }
 
 void PrintTable(std::ostream& out, const Report& report) {
-  out << Padded("what", 64) << Padded("figure", 14) << Padded("middle half", 20) << Padded("bound", 20) << Padded("", 9)
+  out << Padded("what", 98) << Padded("figure", 14) << Padded("middle half", 20) << Padded("bound", 20) << Padded("", 9)
       << "parts\n";
   for (const Row& row : report.rows) {
-    out << Padded(row.what, 64) << Padded(WithUnit(row.value.median, row.unit), 14) << Padded(SpreadText(row), 20)
+    out << Padded(row.what, 98) << Padded(WithUnit(row.value.median, row.unit), 14) << Padded(SpreadText(row), 20)
         << Padded(BoundText(row), 20) << Padded(Verdict(row), 9) << PartsText(row) << '\n';
   }
 }

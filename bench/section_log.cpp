@@ -12,12 +12,12 @@
 namespace bench {
 namespace {
 
-constexpr int kStatements = 1000000;
+constexpr int kStatements = 100000; // so few that most loops run without an interruption
 constexpr char kText[] = R"(data={"id":1,"operator":3,"process_id":4711,"status":true,"type":"operator"})";
 
 void Barrier(int& value) { asm volatile("" : "+r"(value) : : "memory"); }
 
-// The same function as a bare reference: the loop around nothing.
+// The loop around nothing.
 double EmptyLoop() {
   const double start = NowUs();
   for (int i = 0; i < kStatements; ++i) {
@@ -30,7 +30,7 @@ double SuppressedLoop() {
   const double start = NowUs();
   for (int i = 0; i < kStatements; ++i) {
     Barrier(i);
-    SDKLOG(LOG_INFO) << "number=" << i;
+    SDKLOG(LOG_INFO) << "number=" << kStatements; // a constant: the counter stays in its register
   }
   return (NowUs() - start) * 1000 / kStatements;
 }
@@ -54,7 +54,7 @@ void MeasureLog(const Effort& effort, Report& report) {
   }
 
   vx::SetMinLogLevel(LOG_WARNING);
-  const Paired suppressed = RunPaired(effort(60, 15), 1, SuppressedLoop, EmptyLoop);
+  const Paired suppressed = RunPaired(effort(1000, 300), 1, SuppressedLoop, EmptyLoop);
   Samples differences;
   for (std::size_t i = 0; i < suppressed.subject.size(); ++i) {
     differences.push_back(suppressed.subject[i] - suppressed.reference[i]);

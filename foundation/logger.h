@@ -39,7 +39,7 @@ inline constinit std::atomic<std::int32_t> min_log_level{LOG_INFO};
 
 namespace detail {
 
-bool EnsureLoggerReadySlow() noexcept;
+[[gnu::cold]] bool EnsureLoggerReadySlow() noexcept;
 
 } // namespace detail
 
@@ -155,7 +155,16 @@ private:
 };
 
 /// Whether a statement of that severity is written: the only cost of one that is not.
-inline bool ShouldLog(LogSeverity severity) noexcept { return EnsureLoggerReady() && severity >= GetMinLogLevel(); }
+/// The compiler is told to expect no line: one that is written costs a thousand times more than a jump to it.
+inline bool ShouldLog(LogSeverity severity) noexcept {
+  if (!EnsureLoggerReady()) [[unlikely]] {
+    return false;
+  }
+  if (severity < GetMinLogLevel()) [[likely]] {
+    return false;
+  }
+  return true;
+}
 
 namespace detail {
 
@@ -173,9 +182,8 @@ using enum vx::LogSeverity;
 
 /// `SDKLOG(LOG_INFO) << "pid=" << pid;` writes one line that starts with the enclosing function's qualified name and a
 /// blank. The operands of a statement below the log's level are not evaluated. One expression, so it needs no braces.
-/// The compiler is told to expect no line: one that is written costs a thousand times more than a jump to it.
 #define SDKLOG(severity)                                                                                               \
-  __builtin_expect(!::vx::ShouldLog(severity), 1)                                                                      \
-      ? static_cast<void>(0)                                                                                           \
-      : ::vx::detail::LogVoid() & ::vx::LogMessage(L"" __FILE__, __LINE__, severity)                                   \
-                                      << ::vx::QualifiedFunctionName(__PRETTY_FUNCTION__).text << " "
+  !::vx::ShouldLog(severity) ? static_cast<void>(0)                                                                    \
+                             : ::vx::detail::LogVoid() & ::vx::LogMessage(L"" __FILE__, __LINE__, severity)            \
+                                                             << ::vx::QualifiedFunctionName(__PRETTY_FUNCTION__).text  \
+                                                             << " "
