@@ -151,12 +151,13 @@ int32_t VexelSDK_Init(void* reserved);
  * the operations that are still run do, until the call returns. A later call of any other function starts a new, empty
  * engine, whose ids begin at 1 again.
  *
- * Any thread but one that is in the callback: there it returns at once, the engine ends behind it, and the library
- * stays loaded. Blocks until the library's threads have ended: as long as the queue takes, which may be 100 s for an
- * editor that does not answer, and longer for as long as other threads go on queueing. A call made within the second
- * between an editor's crash and its report may not return: a host that has to leave at once ends its process instead.
- * Call it once for each VexelSDK_Init, and not from a window's thread while an editor of that window may just have
- * crashed.
+ * Any thread, but not within the callback: there it returns at once, before anything has ended, the engine ends behind
+ * it on a thread of its own, and the library stays loaded. Blocks until the library's threads have ended: as long as
+ * the queue takes, which may be 100 s for an editor that does not answer, and longer for as long as other threads go on
+ * queueing. A call made within the second between an editor's crash and its report may not return: a host that has to
+ * leave at once ends its process instead. Call it once for each VexelSDK_Init: a second call closes the number of a
+ * handle that may be another's by then. Do not call it from a window's thread while an editor of that window may just
+ * have crashed.
  *
  * @return always 1.
  */
@@ -234,12 +235,14 @@ bool IsSupportPreview(void);
  *  - true: the editor holds unsaved changes and the close waits for the user. The callback stays registered.
  *    VEXELSDK_EVENT_FINISH_OPERATOR tells that the user let it go. If the user cancels, nothing is reported and the id
  *    goes on living.
- *  - false: the editor is closing or was gone already. The callback of a live id is cleared by the call, and nothing more
- *    arrives, not even for this close.
+ *  - false: the editor is closing or was gone already. The callback of a live id is cleared by the call, and nothing
+ *    more arrives, not even for this close.
  *
  * Troubleshooting: closing an id before its VEXELSDK_PARAM_OPEN_PROCESS_SUCCESS has arrived, or an id that was never
  * given out, ends the host with an access violation, unless the library's log level is 2 or more. Keep such a close
- * back until the event has come, and leave it out if it never comes.
+ * back until the event has come, and leave it out if it never comes. The same holds after the event when there is no
+ * link to the process: the pipe library is missing, or another host of the same user serves the process. Any text of
+ * the editor's own proves that there is a link. See docs/processes.md, "Two hosts at once".
  *
  * @param closeAll  passed on to the editor.
  */
