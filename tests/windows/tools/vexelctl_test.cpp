@@ -65,12 +65,14 @@ protected:
 
   std::wstring File(const std::wstring& name) const { return m_folder.Path() + name; }
 
-  // Runs the tool in the folder. Its output goes through files: the editors hold a pipe open longer than the tool.
-  Result Run(const std::wstring& arguments, const std::string& input = "") {
-    WriteFileBytes(File(L"in.txt"), input);
+  // Starts the tool in the folder. Its output goes through files: the editors hold a pipe open longer than the tool.
+  // `name` begins the files' names.
+  HANDLE Start(const std::wstring& arguments, const std::string& input, const std::wstring& name) {
+    WriteFileBytes(File(name + L"in.txt"), input);
     SECURITY_ATTRIBUTES inheritable{sizeof(SECURITY_ATTRIBUTES), nullptr, TRUE};
-    const auto open = [&](const wchar_t* name, DWORD access, DWORD how) {
-      return CreateFileW(File(name).c_str(), access, FILE_SHARE_READ | FILE_SHARE_WRITE, &inheritable, how, 0, nullptr);
+    const auto open = [&](const wchar_t* end, DWORD access, DWORD how) {
+      return CreateFileW(File(name + end).c_str(), access, FILE_SHARE_READ | FILE_SHARE_WRITE, &inheritable, how, 0,
+                         nullptr);
     };
     STARTUPINFOW startup{};
     startup.cb = sizeof startup;
@@ -80,23 +82,31 @@ protected:
     startup.hStdError = open(L"err.txt", GENERIC_WRITE, CREATE_ALWAYS);
     std::wstring command = L"\"" + File(L"vexelctl.exe") + L"\" " + arguments;
     PROCESS_INFORMATION process{};
-    Result result;
     if (CreateProcessW(nullptr, command.data(), nullptr, nullptr, TRUE, 0, nullptr, m_folder.Path().c_str(), &startup,
                        &process) == 0) {
       ADD_FAILURE() << "vexelctl did not start, error " << GetLastError();
-      return result;
+      return nullptr;
     }
-    if (WaitForSingleObject(process.hProcess, kLimitMs) != WAIT_OBJECT_0) {
-      ADD_FAILURE() << "vexelctl does not end: " << Utf8(arguments);
-      TerminateProcess(process.hProcess, 99);
-      WaitForSingleObject(process.hProcess, kLimitMs);
-    }
-    DWORD code = 0;
-    GetExitCodeProcess(process.hProcess, &code);
-    for (const HANDLE handle :
-         {startup.hStdInput, startup.hStdOutput, startup.hStdError, process.hProcess, process.hThread}) {
+    for (const HANDLE handle : {startup.hStdInput, startup.hStdOutput, startup.hStdError, process.hThread}) {
       CloseHandle(handle);
     }
+    return process.hProcess;
+  }
+
+  Result Run(const std::wstring& arguments, const std::string& input = "") {
+    const HANDLE process = Start(arguments, input, L"");
+    Result result;
+    if (process == nullptr) {
+      return result;
+    }
+    if (WaitForSingleObject(process, kLimitMs) != WAIT_OBJECT_0) {
+      ADD_FAILURE() << "vexelctl does not end: " << Utf8(arguments);
+      TerminateProcess(process, 99);
+      WaitForSingleObject(process, kLimitMs);
+    }
+    DWORD code = 0;
+    GetExitCodeProcess(process, &code);
+    CloseHandle(process);
     result.code = code;
     result.out = ReadFileBytes(File(L"out.txt"));
     result.err = ReadFileBytes(File(L"err.txt"));
@@ -300,6 +310,49 @@ TEST_F(Vexelctl, DoctorSaysWhichSavedProcessWouldBeTakenOver) {
     return Contains(Finding(DoctorFindings(L"", 0), "saved preview_pid").at("text"),
                     "would not be taken over: no such process");
   }));
+}
+
+TEST_F(Vexelctl, ASecondHostBesideOneThatRunsIsFoundAndItsCloseIsExplained) {
+  const HANDLE first = Start(L"open --for 3600 a.bmp", "", L"first-");
+  ASSERT_NE(first, nullptr);
+  CloseHandle(first); // it ends with the folder
+  ASSERT_TRUE(WaitFor([this] { return Contains(ReadFileBytes(File(L"first-out.txt")), " open_pic_success"); }));
+  // The place of the process that the first host has opened with is filled anew, and served by it.
+  Json saved;
+  ASSERT_TRUE(WaitFor([&] {
+    const Json findings = Json::parse(Run(L"doctor --json").out).at("findings");
+    saved = Finding(findings, "saved preview_pid");
+    return saved.at("grade") == "problem";
+  })) << saved;
+  EXPECT_TRUE(Contains(saved.at("text"), "another host serves it")) << saved;
+  EXPECT_NE(saved.value("remedy", ""), "");
+  EXPECT_EQ(Finding(DoctorFindings(L"", 1), "first open").at("grade"), "problem");
+
+  const Result second = Run(L"open a.bmp", "expect open_pic_process_success\nwait 500\nclose\n");
+  EXPECT_EQ(second.code, 1U) << second.out << second.err;
+  const std::vector<std::string> lines = Lines(second.err);
+  ASSERT_EQ(lines.size(), 1U) << second.err;
+  EXPECT_TRUE(lines[0].starts_with("vexelctl: the close met id 1 without a link, which ends a host")) << lines[0];
+  EXPECT_TRUE(Contains(second.out, "open_pic_process_success")) << second.out;
+}
+
+TEST_F(Vexelctl, DoctorFindsAProgramThatCannotStart) {
+  const std::string whole = ReadFileBytes(File(L"webvexlaunch.exe"));
+  WriteFileBytes(File(L"webvexlaunch.exe"), whole.substr(0, 2000));
+  const Json cut = Finding(DoctorFindings(L"", 1), "webvexlaunch.exe");
+  EXPECT_EQ(cut.at("grade"), "problem");
+  EXPECT_TRUE(Contains(cut.at("text"), "cannot be loaded, error ")) << cut;
+
+  std::string foreign = whole;
+  const auto header = static_cast<unsigned char>(foreign.at(0x3C)) +
+                      static_cast<std::size_t>(static_cast<unsigned char>(foreign.at(0x3D))) * 256;
+  foreign.at(header + 4) = '\xC4'; // a processor of another family
+  foreign.at(header + 5) = '\x01';
+  WriteFileBytes(File(L"webvexlaunch.exe"), foreign);
+  const Json other = Finding(DoctorFindings(L"", 1), "webvexlaunch.exe");
+  EXPECT_EQ(other.at("grade"), "problem");
+  EXPECT_TRUE(Contains(other.at("text"), "is built for machine 452, and this machine takes ")) << other;
+  EXPECT_NE(other.value("remedy", ""), "");
 }
 
 TEST_F(Vexelctl, DoctorLooksAtTheParameter) {
