@@ -1,5 +1,6 @@
 #include "tools/vexelctl/commands.h"
 #include "tools/vexelctl/console.h"
+#include "tools/vexelctl/param_check.h"
 #include "tools/vexelctl/sdk_library.h"
 #include "tools/vexelctl/switch_values.h"
 #include "tools/vexelctl/windows_util.h"
@@ -356,6 +357,9 @@ void Doctor::LookAtFirstOpen() {
         "run the host in a session with a display");
   }
 
+  if (!m_options.param.empty() && !HoldsSwitches(m_options.param)) {
+    Add(Grade::kNote, "parameter", kNoSwitches, "write switches such as \"/apptype:2\" as base64 text");
+  }
   std::wstring param = ToWide(m_options.param);
   const std::int32_t type = DecodeOpenParam(param);
   const AppLaunchInfo info = AppLaunchTable(FolderOf(m_sdk)).GetLaunchInfoByType(type);

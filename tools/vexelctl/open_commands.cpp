@@ -66,6 +66,7 @@ void OpenHost::HandleLines() {
       continue;
     }
     if (command.kind != CommandKind::kNothing) {
+      m_hasCommand = true;
       if (command.kind != CommandKind::kWait) {
         Record(line);
       }
@@ -111,7 +112,9 @@ void OpenHost::Execute(const Command& command, const std::string& line) {
     if (!IsFile(path)) {
       m_hasFailed = true;
       Warn("there is no picture '" + command.text + "'");
-    } else if (!OpenNew(path)) {
+    } else if (const HWND window = MakeWindow(path); window != nullptr) {
+      OpenIn(window, path);
+    } else {
       m_hasFailed = true;
       Warn("no window can be made: is there a display?");
     }

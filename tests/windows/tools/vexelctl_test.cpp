@@ -210,6 +210,54 @@ TEST_F(Vexelctl, OpenTellsOfAPictureThatDoesNotCome) {
   EXPECT_TRUE(Contains(result.out, "the SDK has given the id up")) << result.out;
 }
 
+TEST_F(Vexelctl, OpenTellsOfAFileThatIsNoPicture) {
+  WriteFileBytes(File(L"no.bmp"), "this is no picture");
+  const Result result = Run(L"open no.bmp", "expect open_pic_fail\n");
+  EXPECT_EQ(result.code, 1U) << result.out << result.err;
+  EXPECT_TRUE(Contains(result.out, "the editor does not show the picture")) << result.out;
+  EXPECT_FALSE(Contains(result.out, "has come")) << result.out;
+}
+
+TEST_F(Vexelctl, OpenRunsTheScriptOfTheDocument) {
+  m_folder.Add(L"vexelctl.md");
+  std::string script;
+  bool isInside = false;
+  for (const std::string& line : ReadLines(File(L"vexelctl.md"))) {
+    isInside = line == "    # rotate.txt" || (isInside && line.starts_with("    "));
+    script += isInside ? line.substr(4) + "\n" : "";
+  }
+  ASSERT_TRUE(Contains(script, "\nclose\n")) << script;
+  const Result result = Run(L"open --json a.bmp", script);
+  EXPECT_EQ(result.code, 0U) << result.out << result.err;
+  EXPECT_TRUE(Contains(result.out, "\"call\":\"operate 1\",\"result\":true")) << result.out;
+  EXPECT_TRUE(Contains(result.out, "\"call\":\"close\",\"result\":false")) << result.out;
+}
+
+TEST_F(Vexelctl, OpenSendsOneCloseToAnEditorThatAsksItsUser) {
+  const Result result =
+      Run(L"open --json --limit 2 a.bmp", "expect open_pic_success\noperate 1\nexpect \"edit\"\nclose\n");
+  EXPECT_EQ(result.code, 1U) << result.out << result.err;
+  const std::string close = "\"call\":\"close\",\"result\":true";
+  ASSERT_TRUE(Contains(result.out, close)) << result.out;
+  EXPECT_EQ(result.out.find(close), result.out.rfind("\"call\":\"close\"")) << result.out;
+  EXPECT_TRUE(Contains(result.out, "left open: its editor still asks its user")) << result.out;
+}
+
+TEST_F(Vexelctl, OpenWaitsForTheUsersAnswerToAClose) {
+  const Variable answer(L"VEXEL_EDITOR_ANSWER", L"discard");
+  const Result result = Run(L"open --limit 100 a.bmp", "expect open_pic_success\noperate 1\nexpect \"edit\"\nclose\n");
+  EXPECT_EQ(result.code, 0U) << result.out << result.err;
+  EXPECT_TRUE(Contains(result.out, "finish_operator")) << result.out;
+}
+
+TEST_F(Vexelctl, OpenSaysThatAParameterHoldsNoSwitches) {
+  const Result result = Run(L"open --param ??? a.bmp");
+  EXPECT_EQ(result.code, 0U) << result.out << result.err;
+  EXPECT_TRUE(Contains(result.out, "the parameter is no base64 text with switches: it counts as none")) << result.out;
+  EXPECT_FALSE(Contains(Run(L"open --app 2 a.bmp").out, "base64"));
+  EXPECT_EQ(Finding(DoctorFindings(L"--param ???", 0), "parameter").at("grade"), "note");
+}
+
 TEST_F(Vexelctl, OpenTellsOfAnEditorThatIsLostOnTheWay) {
   const Variable zoo(L"VEXEL_EDITOR_ZOO", L"crash_after_open=300");
   const Result result = Run(L"open a.bmp", "expect open_pic_success\nwait 3000\noperate 4\nwait 4000\n");
@@ -266,10 +314,18 @@ TEST_F(Vexelctl, DoctorFindsNothingWrongWithAWholeInstallation) {
     EXPECT_EQ(Finding(findings, topic).at("grade"), "ok") << topic;
   }
   EXPECT_TRUE(Contains(Finding(findings, "log file").at("text"), "not there yet"));
-  EXPECT_FALSE(std::filesystem::exists(File(L"log"))) << "the doctor changes nothing";
+  EXPECT_FALSE(std::filesystem::exists(File(L"log"))) << "the doctor leaves nothing behind";
 }
 
 TEST_F(Vexelctl, DoctorNamesEachMissingFileWithARemedy) {
+  WriteFileBytes(File(L"vpipearm64.dll"), ReadFileBytes(File(L"vpipearm64.dll")).substr(0, 2000));
+  const Json damaged = DoctorFindings(L"", 1);
+  EXPECT_EQ(std::count_if(damaged.begin(), damaged.end(),
+                          [](const Json& finding) {
+                            return finding.at("topic") == "pipe library" && finding.at("grade") == "note";
+                          }),
+            1)
+      << damaged.dump(1);
   std::filesystem::remove(File(L"vpipearm64.dll"));
   std::filesystem::remove(File(L"webvexlaunch.exe"));
   const Json findings = DoctorFindings(L"", 1);
@@ -402,6 +458,20 @@ TEST_F(Vexelctl, LogFollowsWhatIsAdded) {
   EXPECT_EQ(ReadLines(File(L"out.txt")).size(), 2U) << result.out;
 }
 
+TEST_F(Vexelctl, LogFollowsAFileWhoseFirstLineIsHalfWritten) {
+  const std::string line =
+      "[11   |2026-11-13 03:10:44|   INFO|a.cpp:1] OperatorThreadFun data.m_op = SDK_PreLoadProcess\r\n";
+  WriteFileBytes(File(L"live.log"), line.substr(0, 30));
+  const HANDLE process = Start(L"log --follow live.log", "", L"");
+  ASSERT_NE(process, nullptr);
+  // It has read the half line, and goes on.
+  EXPECT_EQ(WaitForSingleObject(process, 1000), static_cast<DWORD>(WAIT_TIMEOUT)) << ReadFileBytes(File(L"err.txt"));
+  std::ofstream(std::filesystem::path(File(L"live.log")), std::ios::binary | std::ios::app) << line.substr(30);
+  EXPECT_TRUE(WaitFor([this] { return ReadLines(File(L"out.txt")).size() == 1; }));
+  TerminateProcess(process, 0);
+  CloseHandle(process);
+}
+
 TEST_F(Vexelctl, LogFollowsForAGivenTime) {
   WriteFileBytes(File(L"live.log"), "[11   |2026-11-13 03:10:44|   INFO|a.cpp:1] OperatorThreadFun x\r\n");
   const Result result = Run(L"log --follow --for 1 live.log");
@@ -423,6 +493,13 @@ TEST_F(Vexelctl, LogSaysWhatIsWrongWithItsFile) {
   ExpectRefused(L"log --follow --for 1 none.log", 3, "is no log of the SDK");
   ExpectRefused(L"log half.log", 4, "ends in the middle of line");
   EXPECT_GT(Lines(Run(L"log half.log").out).size(), 5U);
+  WriteFileBytes(File(L"begun.log"), whole.substr(0, 30));
+  WriteFileBytes(File(L"word.log"), "word");
+  ExpectRefused(L"log begun.log", 4, "ends in the middle of line 1");
+  ExpectRefused(L"log word.log", 3, "is no log of the SDK");
+  ExpectRefused(L"log --follow --for 1 word.log", 3, "is no log of the SDK");
+  ExpectRefused(L"log --run 99 " + LogFile(), 1, "no line of the log fits");
+  ExpectRefused(L"timeline --run 99 -o a.svg " + LogFile(), 1, "there is no run 99");
 }
 
 TEST_F(Vexelctl, TimelineDrawsARealRun) {
@@ -505,6 +582,13 @@ TEST_F(Vexelctl, ACommandLineThatMakesNoSenseIsRefused) {
   ExpectRefused(L"open --type x a.bmp", 2, "--type");
   ExpectRefused(L"open nosuch.png", 3, "there is no picture 'nosuch.png'");
   ExpectRefused(L"doctor --host nosuch.exe", 3, "there is no program 'nosuch.exe'");
+  ExpectRefused(L"open", 2, "no picture was named");
+  ExpectRefused(L"open --app 7 a.bmp", 2, "'7' is no program: write 1 or 2");
+  ExpectRefused(L"open --for inf a.bmp", 2, "'inf' is no number of seconds");
+  ExpectRefused(L"open --limit -1 a.bmp", 2, "'-1' is no number of seconds");
+  ExpectRefused(L"log --for 2 a.log", 2, "--for requires --follow");
+  ExpectRefused(L"log --run -3 a.log", 2, "--run");
+  ExpectRefused(L"", 2, "a command is missing");
 }
 
 TEST_F(Vexelctl, EachCommandHasHelpWithTheExitCodes) {
