@@ -236,7 +236,9 @@ void LogReader::FileWasEmptied() {
   m_lineCount = 0;
 }
 
-bool LogReader::IsNoLog() const { return m_lineCount > 0 ? !m_hasLogLine : !m_half.empty() && m_half.front() != '['; }
+bool LogReader::IsNoLog() const {
+  return !m_hasLogLine && (m_lineCount > 0 || (!m_half.empty() && m_half.front() != '['));
+}
 
 LogRecord LogReader::Read(std::string_view line) {
   LogRecord record;

@@ -74,7 +74,8 @@ public:
   /// Appends bytes, and gives the records of the lines that they complete, in order.
   std::vector<LogRecord> Feed(std::string_view bytes);
 
-  /// Whether bytes have come and none of their lines is a log's. Before the first line is whole its first letter counts.
+  /// Whether bytes have come and none of their lines is a log's. Before the first line is whole, its first letter
+  /// counts.
   bool IsNoLog() const;
   /// How many lines have been read, and the bytes of a last line whose end has not come.
   std::size_t LineCount() const { return m_lineCount; }

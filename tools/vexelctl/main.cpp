@@ -9,7 +9,6 @@
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
-#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 
@@ -23,6 +22,8 @@ constexpr char kExitCodes[] = "Exit codes:\n"
                               "  2  the command line makes no sense\n"
                               "  3  what it should work on is not there or cannot be used\n"
                               "  4  the log ends in the middle of a line; what stands before it was used";
+
+constexpr double kMostSeconds = 1e9;
 
 void AddSdk(CLI::App* command, std::string* sdk) {
   command->add_option("--sdk", *sdk, "vexelsdk.dll or its folder; without it the one beside this program")
@@ -62,9 +63,9 @@ int wmain(int count, wchar_t** arguments) {
       [](std::string& text) {
         char* end = nullptr;
         const double seconds = std::strtod(text.c_str(), &end);
-        return !text.empty() && *end == '\0' && std::isfinite(seconds) && seconds >= 0
+        return !text.empty() && *end == '\0' && seconds >= 0 && seconds <= kMostSeconds
                    ? std::string()
-                   : "'" + text + "' is no number of seconds: write 0 or more";
+                   : "'" + text + "' is no number of seconds from 0 to a thousand million";
       },
       "");
   CLI::Validator isCount = CLI::PositiveNumber;

@@ -96,7 +96,11 @@ bool OpenHost::CreateClass() {
   g_host = this;
   g_sdk = &m_sdk;
   SetConsoleCtrlHandler(OnControl, TRUE);
-  return RegisterClassW(&windowClass) != 0;
+  if (RegisterClassW(&windowClass) == 0) {
+    Warn("no window can be made, " + SystemMessage(GetLastError()));
+    return false;
+  }
+  return true;
 }
 
 HWND OpenHost::MakeWindow(const std::wstring& path) {

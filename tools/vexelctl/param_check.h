@@ -4,7 +4,7 @@
 
 namespace vexelctl {
 
-/// Whether an open parameter, base64 text, holds switches at all. The SDK takes one that does not as if there were none.
+/// Whether an open parameter, base64 text, holds switches. The SDK takes one without as if there were no parameter.
 bool HoldsSwitches(const std::string& param);
 
 extern const char* const kNoSwitches; // a sentence that says so
