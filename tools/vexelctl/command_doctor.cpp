@@ -1,5 +1,6 @@
 #include "tools/vexelctl/commands.h"
 #include "tools/vexelctl/console.h"
+#include "tools/vexelctl/param_check.h"
 #include "tools/vexelctl/sdk_library.h"
 #include "tools/vexelctl/switch_values.h"
 #include "tools/vexelctl/windows_util.h"
@@ -54,12 +55,14 @@ private:
   void LookAtElevation();
   void LookAtSavedPids();
   void LookAtFirstOpen();
+  bool IsServed(std::uint32_t pid) const;
   std::string WhyNotUsable(std::uint32_t pid, const std::wstring& path, bool* isForeign) const;
   std::string ProgramFault(const std::wstring& path) const;
 
   const DoctorOptions& m_options;
   const std::wstring m_sdk;
   const std::wstring m_host;
+  std::wstring m_pipeLibrary; // empty when there is none that serves
   std::vector<Finding> m_findings;
 };
 
@@ -96,6 +99,9 @@ void Doctor::LookAtPipeLibrary() {
   const std::wstring places[] = {FolderOf(m_host), FolderOf(m_sdk)};
   std::string searched = "a copy that the host has loaded already";
   for (const std::wstring& place : places) {
+    if (&place != &places[0] && _wcsicmp(place.c_str(), places[0].c_str()) == 0) {
+      continue; // one folder for both, and one finding
+    }
     const std::wstring path = place + kPipeLibraryName;
     searched += ", then " + ToUtf8(place);
     if (!IsFile(path)) {
@@ -125,6 +131,7 @@ void Doctor::LookAtPipeLibrary() {
     }
     FreeLibrary(module);
     if (missing.empty()) {
+      m_pipeLibrary = path;
       Add(Grade::kFine, "pipe library", found);
     } else {
       Add(Grade::kProblem, "pipe library", found + " lacks " + missing,
@@ -142,9 +149,8 @@ std::string Doctor::ProgramFault(const std::wstring& path) const {
   if (!IsFile(path)) {
     return "is missing";
   }
-  const std::string machine = MachineOf(path);
-  if (machine.empty()) {
-    return "is no program";
+  if (std::string why = WhyNotStartable(path); !why.empty()) {
+    return why;
   }
   if (path.size() > platform::kMaxPath) {
     return "has a path of " + std::to_string(path.size()) + " letters: beyond 260 it never counts as running";
@@ -267,6 +273,29 @@ std::string Doctor::WhyNotUsable(std::uint32_t pid, const std::wstring& path, bo
   return {};
 }
 
+// Whether a host serves the pipe on which the process of this id sends its events. A connection that sends nothing leaves
+// no trace there.
+bool Doctor::IsServed(std::uint32_t pid) const {
+  const HMODULE module = m_pipeLibrary.empty() ? nullptr : LoadLibraryW(m_pipeLibrary.c_str());
+  if (module == nullptr) {
+    return false;
+  }
+  // By way of a type without arguments: the compilers warn of a direct cast from FARPROC.
+  const auto function = [module](const char* name) {
+    return reinterpret_cast<void (*)()>(GetProcAddress(module, name));
+  };
+  const auto connect = reinterpret_cast<std::uint32_t (*)(const char*)>(function("CltConnectServer"));
+  const auto disconnect = reinterpret_cast<void (*)(std::uint32_t)>(function("CltDisConnect"));
+  SetLastError(ERROR_SUCCESS);
+  const std::uint32_t connection = connect(("vexel_browser_" + std::to_string(pid)).c_str());
+  const bool isServed = connection != 0 || GetLastError() == ERROR_PIPE_BUSY;
+  if (connection != 0) {
+    disconnect(connection);
+  }
+  FreeLibrary(module);
+  return isServed;
+}
+
 void Doctor::LookAtSavedPids() {
   // Not by the library's own way to the file, which would make it.
   const std::wstring file =
@@ -293,7 +322,13 @@ void Doctor::LookAtSavedPids() {
     bool isForeign = false;
     const std::string why = WhyNotUsable(pid, info.m_path, &isForeign);
     const std::string number = std::to_string(pid) + " in " + ToUtf8(file) + ": ";
-    if (why.empty()) {
+    if (why.empty() && IsServed(pid)) {
+      Add(Grade::kProblem, topic,
+          number + "would be taken over as the waiting " + ToUtf8(info.m_name) +
+              ", and another host serves it: an open then reports \"open_pic_success\" with no picture, and a close "
+              "ends the host",
+          "end the other host first, or run this one with an installation in a folder of its own");
+    } else if (why.empty()) {
       Add(Grade::kFine, topic, number + "would be taken over as the waiting " + ToUtf8(info.m_name));
     } else {
       Add(Grade::kFine, topic,
@@ -322,6 +357,9 @@ void Doctor::LookAtFirstOpen() {
         "run the host in a session with a display");
   }
 
+  if (!m_options.param.empty() && !HoldsSwitches(m_options.param)) {
+    Add(Grade::kNote, "parameter", kNoSwitches, "write switches such as \"/apptype:2\" as base64 text");
+  }
   std::wstring param = ToWide(m_options.param);
   const std::int32_t type = DecodeOpenParam(param);
   const AppLaunchInfo info = AppLaunchTable(FolderOf(m_sdk)).GetLaunchInfoByType(type);
@@ -335,9 +373,10 @@ void Doctor::LookAtFirstOpen() {
   }
   bool isHampered = false;
   for (const Finding& finding : m_findings) {
-    isHampered = isHampered || (finding.grade == Grade::kProblem &&
-                                (finding.topic == "sdk" || finding.topic == "pipe library" ||
-                                 finding.topic == "windows" || finding.topic == ToUtf8(info.m_name)));
+    isHampered =
+        isHampered || (finding.grade == Grade::kProblem &&
+                       (finding.topic == "sdk" || finding.topic == "pipe library" || finding.topic == "windows" ||
+                        finding.topic == ToUtf8(info.m_name) || finding.topic == "saved " + ToUtf8(info.m_pidKey)));
   }
   const std::string text = which + " it goes to " + ToUtf8(info.m_name) + ", application type " + std::to_string(type);
   if (isHampered) {

@@ -86,7 +86,6 @@ int Follow(const LogOptions& options, LogSelector selector) {
   }
   SetConsoleCtrlHandler(OnControl, TRUE);
   const ULONGLONG start = GetTickCount64();
-  bool isFirst = true;
   while (g_isInterrupted == 0) {
     std::string bytes;
     bool wasEmptied = false;
@@ -98,10 +97,9 @@ int Follow(const LogOptions& options, LogSelector selector) {
       Warn("the log was emptied, and is read from its beginning again");
     }
     const std::vector<LogRecord> records = reader.Feed(bytes);
-    if (isFirst && !reader.HasLogLine() && !bytes.empty()) {
+    if (reader.IsNoLog()) {
       return Fail("'" + options.file + "' is no log of the SDK: none of its lines begins like one", kExitInput);
     }
-    isFirst = false;
     for (const LogRecord& record : records) {
       selector.Learn(record);
     }

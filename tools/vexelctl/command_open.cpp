@@ -34,13 +34,17 @@ int RunOpen(const OpenOptions& options) {
   if (!host->CreateClass()) {
     return kExitInput;
   }
-  sdk.init(nullptr);
+  // Before the library starts any process.
+  std::vector<HWND> windows;
   for (const std::wstring& path : paths) {
-    if (!host->OpenNew(path)) {
-      Warn("no window can be made: is there a display?");
-      std::fflush(nullptr);
-      TerminateProcess(GetCurrentProcess(), kExitInput);
+    windows.push_back(host->MakeWindow(path));
+    if (windows.back() == nullptr) {
+      return Fail("no window can be made: is there a display?", kExitInput);
     }
+  }
+  sdk.init(nullptr);
+  for (std::size_t i = 0; i < paths.size(); ++i) {
+    host->OpenIn(windows[i], paths[i]);
   }
   std::thread([host] {
     for (std::string line; std::getline(std::cin, line);) {

@@ -49,7 +49,7 @@ int RunTimeline(const TimelineOptions& options) {
   if (options.run > runCount) {
     return Fail("there is no run " + std::to_string(options.run) + ": the log holds " + std::to_string(runCount) +
                     (runCount == 1 ? " run" : " runs"),
-                kExitInput);
+                kExitProblem);
   }
   const Timeline timeline = LayOut(records, options.run);
   if (timeline.lanes.empty()) {

@@ -70,7 +70,7 @@ int ReadWholeLog(const std::string& path, std::vector<LogRecord>* records, int* 
   LogReader reader;
   *records = reader.Feed(bytes);
   *runCount = reader.RunCount();
-  if (!reader.HasLogLine() && !bytes.empty()) {
+  if (reader.IsNoLog()) {
     return Fail("'" + path + "' is no log of the SDK: none of its lines begins like one", kExitInput);
   }
   if (bytes.empty()) {

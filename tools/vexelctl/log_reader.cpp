@@ -236,6 +236,10 @@ void LogReader::FileWasEmptied() {
   m_lineCount = 0;
 }
 
+bool LogReader::IsNoLog() const {
+  return !m_hasLogLine && (m_lineCount > 0 || (!m_half.empty() && m_half.front() != '['));
+}
+
 LogRecord LogReader::Read(std::string_view line) {
   LogRecord record;
   record.number = ++m_lineCount;

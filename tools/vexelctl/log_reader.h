@@ -74,8 +74,9 @@ public:
   /// Appends bytes, and gives the records of the lines that they complete, in order.
   std::vector<LogRecord> Feed(std::string_view bytes);
 
-  /// Whether any line so far was a line of the log.
-  bool HasLogLine() const { return m_hasLogLine; }
+  /// Whether bytes have come and none of their lines is a log's. Before the first line is whole, its first letter
+  /// counts.
+  bool IsNoLog() const;
   /// How many lines have been read, and the bytes of a last line whose end has not come.
   std::size_t LineCount() const { return m_lineCount; }
   const std::string& HalfLine() const { return m_half; }

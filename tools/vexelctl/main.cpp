@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 
 namespace {
 
@@ -21,6 +22,8 @@ constexpr char kExitCodes[] = "Exit codes:\n"
                               "  2  the command line makes no sense\n"
                               "  3  what it should work on is not there or cannot be used\n"
                               "  4  the log ends in the middle of a line; what stands before it was used";
+
+constexpr double kMostSeconds = 1e9;
 
 void AddSdk(CLI::App* command, std::string* sdk) {
   command->add_option("--sdk", *sdk, "vexelsdk.dll or its folder; without it the one beside this program")
@@ -56,8 +59,15 @@ int wmain(int count, wchar_t** arguments) {
   app.get_formatter()->label("Excludes", "not with");
   app.get_formatter()->label("SUBCOMMAND", "COMMAND");
   app.get_formatter()->label("Subcommands", "Commands");
-  CLI::Validator isTime = CLI::NonNegativeNumber;
-  isTime.description("");
+  const CLI::Validator isTime(
+      [](std::string& text) {
+        char* end = nullptr;
+        const double seconds = std::strtod(text.c_str(), &end);
+        return !text.empty() && *end == '\0' && seconds >= 0 && seconds <= kMostSeconds
+                   ? std::string()
+                   : "'" + text + "' is no number of seconds from 0 to a thousand million";
+      },
+      "");
   CLI::Validator isCount = CLI::PositiveNumber;
   isCount.description("");
 
@@ -69,6 +79,9 @@ int wmain(int count, wchar_t** arguments) {
       openCommand->add_option("--param", open.param, "the open parameter, base64 text")->type_name("TEXT");
   openCommand->add_option("--app", open.app, "the parameter that selects a program: 1 webvexlaunch, 2 vxpixeleditor")
       ->type_name("N")
+      ->check([](const std::string& number) {
+        return number == "1" || number == "2" ? std::string() : "'" + number + "' is no program: write 1 or 2";
+      })
       ->excludes(param);
   openCommand->add_option("--for", open.forSeconds, "close everything after so long")
       ->type_name("SECONDS")
@@ -83,6 +96,8 @@ int wmain(int count, wchar_t** arguments) {
   AddJson(openCommand, &open.isJson);
   openCommand->footer(std::string("Commands on standard input, one in a line:\n") + kCommandHelp +
                       "\nWhen the input ends, it waits for the outcome of each open and leaves; with --for it stays.\n"
+                      "An outcome is \"open_pic_success\", which says that the editor has been told. Exit code 1 also\n"
+                      "says that an editor has sent \"open_pic_fail\" or \"picture_not_shown\" up to 2 s later.\n"
                       "A close before \"open_pic_process_success\" would end the host: it is kept back until then.\n\n"
                       "  vexelctl open a.png b.jpg              two windows, commands from the keyboard\n"
                       "  vexelctl open a.png --record run.txt   and again: vexelctl open a.png < run.txt\n\n" +
@@ -95,18 +110,27 @@ int wmain(int count, wchar_t** arguments) {
   AddSdk(doctorCommand, &doctor.sdk);
   AddJson(doctorCommand, &doctor.isJson);
   doctorCommand->footer(
-      std::string("It starts no program and changes nothing. Run it as the user that the host runs as.\n"
+      std::string("It starts no program and leaves nothing behind: where there is no log yet, it makes and deletes\n"
+                  "a file in its place. Run it as the user that the host runs as.\n"
                   "Exit code 1 says that something would fail.\n\n") +
       kExitCodes);
 
   LogOptions log;
   CLI::App* const logCommand = app.add_subcommand("log", "Read the SDK's log, and join what belongs together");
   logCommand->add_option("file", log.file, "the log")->type_name("FILE")->required();
-  logCommand->add_option("--id", log.id, "only this editor id, with the processes that serve it")->type_name("N");
+  logCommand->add_option("--id", log.id, "only this editor id, with the processes that serve it")
+      ->type_name("N")
+      ->check(isCount);
   logCommand->add_option("--pid", log.pid, "only this process")->type_name("N");
-  logCommand->add_option("--run", log.run, "only this run of the host, the first in the log is 1")->type_name("N");
-  logCommand->add_flag("-f,--follow", log.isFollowing, "go on with what is added, until Ctrl+C");
-  logCommand->add_option("--for", log.forSeconds, "follow for so long")->type_name("SECONDS")->check(isTime);
+  logCommand->add_option("--run", log.run, "only this run of the host, the first in the log is 1")
+      ->type_name("N")
+      ->check(isCount);
+  CLI::Option* const follow =
+      logCommand->add_flag("-f,--follow", log.isFollowing, "go on with what is added, until Ctrl+C");
+  logCommand->add_option("--for", log.forSeconds, "follow for so long")
+      ->type_name("SECONDS")
+      ->check(isTime)
+      ->needs(follow);
   AddJson(logCommand, &log.isJson);
   logCommand->footer(
       std::string("The log holds no process id of the host: runs are told apart by their threads, and hosts\n"
@@ -147,7 +171,7 @@ int wmain(int count, wchar_t** arguments) {
   StartConsole("never");
   if (texts.empty()) {
     PrintText(app.help());
-    return kExitUsage;
+    return Fail("a command is missing (--help lists them)", kExitUsage);
   }
   try {
     app.parse(std::move(texts));

@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "tools/vexelctl/console.h"
+#include "tools/vexelctl/guarded_close.h"
 #include "tools/vexelctl/windows_util.h"
 
 // What OpenHost does for each line of its standard input.
@@ -65,6 +66,7 @@ void OpenHost::HandleLines() {
       continue;
     }
     if (command.kind != CommandKind::kNothing) {
+      m_hasCommand = true;
       if (command.kind != CommandKind::kWait) {
         Record(line);
       }
@@ -110,7 +112,9 @@ void OpenHost::Execute(const Command& command, const std::string& line) {
     if (!IsFile(path)) {
       m_hasFailed = true;
       Warn("there is no picture '" + command.text + "'");
-    } else if (!OpenNew(path)) {
+    } else if (const HWND window = MakeWindow(path); window != nullptr) {
+      OpenIn(window, path);
+    } else {
       m_hasFailed = true;
       Warn("no window can be made: is there a display?");
     }
@@ -190,7 +194,12 @@ void OpenHost::AskClose(std::int32_t id, bool closeAll) {
 }
 
 void OpenHost::CloseNow(std::int32_t id, bool closeAll) {
-  const bool asksUser = m_sdk.closeEditor(id, closeAll);
+  const bool asksUser =
+      CloseGuarded(m_sdk, id, closeAll,
+                   "the close met id " + std::to_string(id) +
+                       " without a link, which ends a host: another host serves its process, or the pipe library could "
+                       "not serve; see " +
+                       ToUtf8(LogPathOf(ProgramPath(), VEXELSDK_LIBRARY_NAME)) + ", and 'vexelctl doctor'");
   Picture& picture = m_pictures[id];
   picture.asksUser = asksUser;
   picture.isClosed = !asksUser;

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "tools/vexelctl/console.h"
+#include "tools/vexelctl/param_check.h"
 #include "tools/vexelctl/windows_util.h"
 
 namespace vexelctl {
@@ -14,6 +15,7 @@ namespace {
 using Json = OpenOutput::Json;
 
 constexpr wchar_t kClass[] = L"vexelctl picture";
+constexpr std::int64_t kSettleMs = 2000;    // for the editor's word on the picture behind "open_pic_success"
 constexpr std::int64_t kOverMs = 1000;      // by when "finish_operator" is here if it comes at all
 constexpr std::int64_t kEndLimitMs = 10000; // how long the SDK's end may take
 
@@ -82,6 +84,9 @@ bool OpenHost::CreateClass() {
       return false;
     }
   }
+  if (!m_options.param.value_or("").empty() && !HoldsSwitches(*m_options.param)) {
+    m_output.Note(0, kNoSwitches);
+  }
   WNDCLASSW windowClass{};
   windowClass.lpfnWndProc = WindowProcedure;
   windowClass.hInstance = GetModuleHandleW(nullptr);
@@ -91,17 +96,16 @@ bool OpenHost::CreateClass() {
   g_host = this;
   g_sdk = &m_sdk;
   SetConsoleCtrlHandler(OnControl, TRUE);
-  return RegisterClassW(&windowClass) != 0;
-}
-
-bool OpenHost::OpenNew(const std::wstring& path) {
-  const HWND window = CreateWindowExW(0, kClass, NameOf(path).c_str(), WS_OVERLAPPEDWINDOW | WS_VISIBLE, CW_USEDEFAULT,
-                                      CW_USEDEFAULT, 900, 650, nullptr, nullptr, GetModuleHandleW(nullptr), nullptr);
-  if (window == nullptr) {
+  if (RegisterClassW(&windowClass) == 0) {
+    Warn("no window can be made, " + SystemMessage(GetLastError()));
     return false;
   }
-  OpenIn(window, path);
   return true;
+}
+
+HWND OpenHost::MakeWindow(const std::wstring& path) {
+  return CreateWindowExW(0, kClass, NameOf(path).c_str(), WS_OVERLAPPEDWINDOW | WS_VISIBLE, CW_USEDEFAULT,
+                         CW_USEDEFAULT, 900, 650, nullptr, nullptr, GetModuleHandleW(nullptr), nullptr);
 }
 
 void OpenHost::OpenIn(HWND window, const std::wstring& path) {
@@ -185,8 +189,21 @@ void OpenHost::Handle(const HostEvent& event) {
       }
     }
   } else if (type == VEXELSDK_EVENT_CUSTOM_MESSAGE && param == VEXELSDK_PARAM_OPEN_SUCCESS) {
-    picture.hasOpenOutcome = true;
-    picture.isShown = true;
+    // One that comes before belongs to the picture that is replaced.
+    if (m_gate.IsReady(event.id)) {
+      picture.hasOpenOutcome = true;
+      picture.isShown = true;
+      picture.settledAt = m_output.Now() + kSettleMs;
+    }
+  } else if (type == VEXELSDK_EVENT_CUSTOM_MESSAGE && m_gate.IsReady(event.id) && param == "picture_shown") {
+    picture.isTold = true;
+  } else if (type == VEXELSDK_EVENT_CUSTOM_MESSAGE && m_gate.IsReady(event.id) &&
+             (param == "open_pic_fail" || param == "picture_not_shown")) {
+    // The editor's words, not the SDK's: the text has reached it, and the picture has not reached the screen.
+    picture.isTold = true;
+    picture.isFailed = true;
+    m_hasFailed = true;
+    m_output.Note(event.id, "the editor does not show the picture");
   } else if (isCrash) {
     picture.hasOpenOutcome = true;
     picture.isFailed = true;
@@ -246,7 +263,10 @@ void OpenHost::CheckLimits() {
 
 bool OpenHost::IsSettled() const {
   for (const auto& [id, picture] : m_pictures) {
-    if (!picture.hasOpenOutcome && !picture.isLate && !picture.isClosed) {
+    if (picture.isLate || picture.isClosed) {
+      continue;
+    }
+    if (!picture.hasOpenOutcome || (!picture.isTold && m_output.Now() < picture.settledAt)) {
       return false;
     }
   }
@@ -261,7 +281,8 @@ void OpenHost::BeginEnd(const char* why) {
   m_endingSince = m_output.Now();
   m_output.Ending(why);
   for (auto& [id, picture] : m_pictures) {
-    if (!picture.isClosed && !m_sdk.isClose(id)) {
+    // An editor that asks its user is not asked to ask once more.
+    if (!picture.isClosed && !picture.asksUser && !m_sdk.isClose(id)) {
       AskClose(id, false);
     }
   }
@@ -325,7 +346,8 @@ int OpenHost::Finish() {
   }
   for (auto& [id, picture] : m_pictures) {
     if (picture.asksUser && !picture.isClosed) {
-      m_output.Note(id, "left open: its editor still asks its user");
+      m_hasFailed = true;
+      m_output.Note(id, "left open: its editor still asks its user, or the user has cancelled, which no event tells");
     }
     m_hasFailed = m_hasFailed || (!picture.isShown && !picture.isClosed);
     if (picture.window != nullptr) {
@@ -355,6 +377,9 @@ int OpenHost::Finish() {
     m_output.Note(
         0,
         "VexelSDK_UnInit has not returned in 10 s: an operation hangs, or it met the crash watch; leaving without it");
+  }
+  if (m_lastId == 0 && !m_hasCommand && !m_hasFailed) {
+    return Fail("no picture was named (--help tells how it is written)", kExitUsage);
   }
   return m_hasFailed ? kExitProblem : kExitFine;
 }

@@ -23,7 +23,9 @@ struct Picture {
   HWND window = nullptr;
   std::int64_t openedAt = 0; // of the latest OpenEditor
   bool hasOpenOutcome = false;
-  bool isShown = false; // "open_pic_success" has come for an open
+  std::int64_t settledAt = 0; // by when the editor has told whether it shows the picture, if it tells
+  bool isTold = false;        // it has
+  bool isShown = false;       // "open_pic_success" has come for an open
   bool isFailed = false;
   bool isClosed = false;       // CloseEditor has been called, or the id is finished
   bool asksUser = false;       // the close waits for the user
@@ -41,8 +43,11 @@ public:
   /// Prepares the windows, the record and Ctrl+C. False when that fails, which has been said.
   bool CreateClass();
 
-  /// Opens a picture in a window of its own. False when no window can be made.
-  bool OpenNew(const std::wstring& path);
+  /// Makes a window for a picture. Null when that fails: there is no display.
+  HWND MakeWindow(const std::wstring& path);
+
+  /// Opens a picture in a window.
+  void OpenIn(HWND window, const std::wstring& path);
 
   /// Runs until the input, the time or the person ends it; closes what is open and ends the SDK. The exit code.
   int Run();
@@ -55,7 +60,6 @@ public:
   std::int64_t Now() const { return m_output.Now(); }
 
 private:
-  void OpenIn(HWND window, const std::wstring& path);
   void Handle(const HostEvent& event);
   void HandleEvents();
   void HandleLines();
@@ -81,6 +85,7 @@ private:
   bool m_isEnding = false;
   std::int64_t m_endingSince = 0;
   bool m_hasFailed = false;
+  bool m_hasCommand = false; // one has come that makes sense
   std::FILE* m_record = nullptr;
   std::int64_t m_recordedAt = 0;
   // What holds up the commands that follow.

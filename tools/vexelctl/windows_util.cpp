@@ -2,6 +2,7 @@
 
 #include <windows.h>
 
+#include <algorithm>
 #include <vector>
 
 namespace vexelctl {
@@ -92,6 +93,38 @@ std::string SystemMessage(std::uint32_t code) {
   return message.empty() ? number : number + ": " + ToUtf8(message);
 }
 
+namespace {
+
+std::string MachineName(WORD machine) {
+  switch (machine) {
+  case 0x8664:
+    return "x64";
+  case 0xAA64:
+    return "ARM64";
+  case 0x014C:
+    return "x86";
+  default:
+    return "machine " + std::to_string(machine);
+  }
+}
+
+// What the machine's system starts: its own programs, and those that it translates.
+std::vector<std::string> StartableMachines() {
+  std::string native = OwnMachine();
+  // Older systems lack it, and translate nothing but x86.
+  using IsWow64Process2Fun = BOOL(WINAPI*)(HANDLE, USHORT*, USHORT*);
+  const auto ask = reinterpret_cast<IsWow64Process2Fun>(
+      reinterpret_cast<void (*)()>(GetProcAddress(GetModuleHandleW(L"kernel32.dll"), "IsWow64Process2")));
+  USHORT processMachine = 0;
+  USHORT nativeMachine = 0;
+  if (ask != nullptr && ask(GetCurrentProcess(), &processMachine, &nativeMachine) != 0) {
+    native = MachineName(nativeMachine);
+  }
+  return native == "ARM64" ? std::vector<std::string>{"ARM64", "x64", "x86"} : std::vector<std::string>{native, "x86"};
+}
+
+} // namespace
+
 std::string MachineOf(const std::wstring& path) {
   const HANDLE file = CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
                                   nullptr, OPEN_EXISTING, 0, nullptr);
@@ -113,21 +146,34 @@ std::string MachineOf(const std::wstring& path) {
   if (!isRead) {
     return {};
   }
-  switch (header.Machine) {
-  case 0x8664:
-    return "x64";
-  case 0xAA64:
-    return "ARM64";
-  case 0x014C:
-    return "x86";
-  default:
-    return "machine " + std::to_string(header.Machine);
-  }
+  return MachineName(header.Machine);
 }
 
 const std::string& OwnMachine() {
   static const std::string machine = MachineOf(ProgramPath());
   return machine;
+}
+
+std::string WhyNotStartable(const std::wstring& program) {
+  const std::string machine = MachineOf(program);
+  if (machine.empty()) {
+    return "is no program";
+  }
+  const std::vector<std::string> takes = StartableMachines();
+  if (std::find(takes.begin(), takes.end(), machine) == takes.end()) {
+    std::string list;
+    for (const std::string& each : takes) {
+      list += (list.empty() ? "" : ", ") + each;
+    }
+    return "is built for " + machine + ", and this machine takes " + list;
+  }
+  // Mapped as for a start, and nothing of it runs.
+  const HMODULE image = LoadLibraryExW(program.c_str(), nullptr, LOAD_LIBRARY_AS_IMAGE_RESOURCE);
+  if (image == nullptr) {
+    return "cannot be loaded, " + SystemMessage(GetLastError());
+  }
+  FreeLibrary(image);
+  return {};
 }
 
 std::optional<FileVersion> VersionOf(const std::wstring& path) {

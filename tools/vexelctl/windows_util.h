@@ -41,6 +41,9 @@ std::string MachineOf(const std::wstring& path);
 /// The same of this program.
 const std::string& OwnMachine();
 
+/// Why this machine cannot start the program, as the end of a sentence about it; empty when it can.
+std::string WhyNotStartable(const std::wstring& program);
+
 /// A file's version as "1.0.0", with its first number; nothing when it has no version resource.
 struct FileVersion {
   int major;

@@ -54,21 +54,30 @@ TEST(LogReader, AHalfLineWaitsForItsEnd) {
   const std::string line = Reply(11, 1);
   EXPECT_TRUE(reader.Feed(line.substr(0, 30)).empty());
   EXPECT_EQ(reader.HalfLine(), line.substr(0, 30));
-  EXPECT_FALSE(reader.HasLogLine());
+  EXPECT_FALSE(reader.IsNoLog());
   EXPECT_EQ(reader.Feed(line.substr(30)).size(), 1U);
   EXPECT_EQ(reader.HalfLine(), "");
-  EXPECT_TRUE(reader.HasLogLine());
+  EXPECT_FALSE(reader.IsNoLog());
 }
 
-TEST(LogReader, OtherFilesHoldNoLogLine) {
+TEST(LogReader, OtherFilesAreNoLog) {
   for (const std::string& text :
-       {std::string("hello\nworld\n"), std::string("[1|2]\n"), std::string("MZ\0\1\2\n\xFF\xFE\n", 9),
-        std::string("[4816 |2026-13-13 03:10:44|   INFO|a:1] b\n"),
+       {std::string("hello\nworld\n"), std::string("hello"), std::string("[1|2]\n"),
+        std::string("MZ\0\1\2\n\xFF\xFE\n", 9), std::string("[4816 |2026-13-13 03:10:44|   INFO|a:1] b\n"),
         std::string("[4816 |2026-11-13 03:10:44|INFO|a:1] b\n")}) {
     LogReader reader;
     reader.Feed(text);
-    EXPECT_FALSE(reader.HasLogLine()) << text;
+    EXPECT_TRUE(reader.IsNoLog()) << text;
   }
+}
+
+TEST(LogReader, AnEmptiedLogIsStillOne) {
+  LogReader reader;
+  EXPECT_FALSE(reader.IsNoLog());
+  reader.Feed(Reply(11, 1));
+  reader.FileWasEmptied();
+  reader.Feed("a text that the emptying has cut");
+  EXPECT_FALSE(reader.IsNoLog());
 }
 
 TEST(LogReader, ATextThatHoldsALineEndGoesOnInItsOwnLine) {

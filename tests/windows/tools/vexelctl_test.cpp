@@ -1,313 +1,15 @@
-#include "tests/windows/sdk/programs.h"
-#include "tests/windows/sdk/test_folder.h"
-#include "tests/windows/sdk/text.h"
-
-#include <windows.h>
-
-#include <gtest/gtest.h>
-
-#include <nlohmann/json.hpp>
+#include "tests/windows/tools/vexelctl_fixture.h"
 
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 #include <thread>
 
 namespace {
 
-using namespace sdktest;
-using Json = nlohmann::json;
+using namespace toolstest;
 
 constexpr wchar_t kSwitchesKey[] = L"SOFTWARE\\Norvel\\NVBrowser\\NVBStrategy";
-constexpr DWORD kLimitMs = 120000;
-
-// A variable of this process's environment, which its children inherit.
-class Variable {
-public:
-  Variable(const wchar_t* name, const wchar_t* value) : m_name(name) { SetEnvironmentVariableW(name, value); }
-  ~Variable() { SetEnvironmentVariableW(m_name, nullptr); }
-  Variable(const Variable&) = delete;
-  Variable& operator=(const Variable&) = delete;
-
-private:
-  const wchar_t* m_name;
-};
-
-struct Result {
-  std::uint32_t code = 0;
-  std::string out;
-  std::string err;
-};
-
-std::vector<std::string> Lines(const std::string& text) {
-  std::vector<std::string> lines;
-  std::istringstream stream(text);
-  for (std::string line; std::getline(stream, line);) {
-    if (line.ends_with('\r')) {
-      line.pop_back();
-    }
-    lines.push_back(line);
-  }
-  return lines;
-}
-
-class Vexelctl : public ::testing::Test {
-protected:
-  Vexelctl() : m_idle(L"VEXEL_EDITOR_IDLE_MS", L"60000") {
-    for (const wchar_t* const name :
-         {L"vexelctl.exe", L"vexelsdk.dll", L"vpipearm64.dll", L"vxpixeleditor.exe", L"webvexlaunch.exe"}) {
-      m_folder.Add(name);
-    }
-    WriteFileBytes(File(L"a.bmp"), SmallPicture());
-    WriteFileBytes(File(L"b \u00FC.bmp"), SmallPicture());
-  }
-
-  std::wstring File(const std::wstring& name) const { return m_folder.Path() + name; }
-
-  // Runs the tool in the folder. Its output goes through files: the editors hold a pipe open longer than the tool.
-  Result Run(const std::wstring& arguments, const std::string& input = "") {
-    WriteFileBytes(File(L"in.txt"), input);
-    SECURITY_ATTRIBUTES inheritable{sizeof(SECURITY_ATTRIBUTES), nullptr, TRUE};
-    const auto open = [&](const wchar_t* name, DWORD access, DWORD how) {
-      return CreateFileW(File(name).c_str(), access, FILE_SHARE_READ | FILE_SHARE_WRITE, &inheritable, how, 0, nullptr);
-    };
-    STARTUPINFOW startup{};
-    startup.cb = sizeof startup;
-    startup.dwFlags = STARTF_USESTDHANDLES;
-    startup.hStdInput = open(L"in.txt", GENERIC_READ, OPEN_EXISTING);
-    startup.hStdOutput = open(L"out.txt", GENERIC_WRITE, CREATE_ALWAYS);
-    startup.hStdError = open(L"err.txt", GENERIC_WRITE, CREATE_ALWAYS);
-    std::wstring command = L"\"" + File(L"vexelctl.exe") + L"\" " + arguments;
-    PROCESS_INFORMATION process{};
-    Result result;
-    if (CreateProcessW(nullptr, command.data(), nullptr, nullptr, TRUE, 0, nullptr, m_folder.Path().c_str(), &startup,
-                       &process) == 0) {
-      ADD_FAILURE() << "vexelctl did not start, error " << GetLastError();
-      return result;
-    }
-    if (WaitForSingleObject(process.hProcess, kLimitMs) != WAIT_OBJECT_0) {
-      ADD_FAILURE() << "vexelctl does not end: " << Utf8(arguments);
-      TerminateProcess(process.hProcess, 99);
-      WaitForSingleObject(process.hProcess, kLimitMs);
-    }
-    DWORD code = 0;
-    GetExitCodeProcess(process.hProcess, &code);
-    for (const HANDLE handle :
-         {startup.hStdInput, startup.hStdOutput, startup.hStdError, process.hProcess, process.hThread}) {
-      CloseHandle(handle);
-    }
-    result.code = code;
-    result.out = ReadFileBytes(File(L"out.txt"));
-    result.err = ReadFileBytes(File(L"err.txt"));
-    return result;
-  }
-
-  // A run that has to be refused with one sentence.
-  void ExpectRefused(const std::wstring& arguments, std::uint32_t code, const std::string& part) {
-    const Result result = Run(arguments);
-    EXPECT_EQ(result.code, code) << Utf8(arguments);
-    const std::vector<std::string> lines = Lines(result.err);
-    ASSERT_EQ(lines.size(), 1U) << result.err;
-    EXPECT_TRUE(lines[0].starts_with("vexelctl: ")) << lines[0];
-    EXPECT_TRUE(Contains(lines[0], part)) << lines[0];
-  }
-
-  std::wstring LogFile() const { return L"log\\vexelctl.vexelsdk.dll.log"; }
-
-  // Opens a picture, waits until it is shown, and closes it: a log to work on.
-  void MakeLog() {
-    const Result result = Run(L"open a.bmp", "expect open_pic_success\nclose\n");
-    ASSERT_EQ(result.code, 0U) << result.out << result.err;
-    ASSERT_TRUE(FileExists(File(LogFile())));
-  }
-
-  Json DoctorFindings(const std::wstring& arguments, std::uint32_t code) {
-    const Result result = Run(L"doctor --json " + arguments);
-    EXPECT_EQ(result.code, code) << result.out;
-    const Json json = Json::parse(result.out, nullptr, false);
-    EXPECT_TRUE(json.is_object()) << result.out;
-    return json.is_object() ? json.at("findings") : Json::array();
-  }
-
-  static Json Finding(const Json& findings, const std::string& topic) {
-    for (const Json& finding : findings) {
-      if (finding.at("topic") == topic) {
-        return finding;
-      }
-    }
-    ADD_FAILURE() << "no finding about " << topic << " in " << findings.dump(1);
-    return Json{{"grade", ""}, {"text", ""}, {"remedy", ""}};
-  }
-
-  Variable m_idle;
-  TestFolder m_folder;
-};
-
-std::vector<Json> JsonLines(const std::string& text) {
-  std::vector<Json> lines;
-  for (const std::string& line : Lines(text)) {
-    lines.push_back(Json::parse(line, nullptr, false));
-    EXPECT_TRUE(lines.back().is_object()) << line;
-  }
-  return lines;
-}
-
-TEST_F(Vexelctl, OpenPrintsEachEventWithIdTimeAndThread) {
-  const Result result =
-      Run(L"open --json a.bmp \"b \u00FC.bmp\"",
-          "@1 expect open_pic_success\n@2 expect open_pic_success\n@1 operate 4\n@2 fullscreen off\nquit\n");
-  EXPECT_EQ(result.code, 0U) << result.out << result.err;
-  int successes = 0;
-  for (const Json& line : JsonLines(result.out)) {
-    if (!line.contains("event")) {
-      continue;
-    }
-    EXPECT_TRUE(line.at("id") == 1 || line.at("id") == 2);
-    EXPECT_GT(line.at("thread").get<int>(), 0);
-    EXPECT_GE(line.at("since").get<std::int64_t>(), 0);
-    EXPECT_LE(line.at("since").get<std::int64_t>(), line.at("t").get<std::int64_t>());
-    successes +=
-        line.at("event").is_object() && line.at("event").value("param", "") == "open_pic_process_success" ? 1 : 0;
-  }
-  EXPECT_EQ(successes, 2);
-}
-
-TEST_F(Vexelctl, OpenKeepsACloseBackUntilTheProcessIsThere) {
-  const Result result = Run(L"open --json a.bmp", "close\nexpect open_pic_process_success\nquit\n");
-  EXPECT_EQ(result.code, 0U) << result.out << result.err;
-  const std::size_t held = result.out.find("close kept back");
-  const std::size_t came = result.out.find("open_pic_process_success\",\"process_id");
-  const std::size_t closed = result.out.find("\"call\":\"close\"");
-  ASSERT_NE(held, std::string::npos) << result.out;
-  ASSERT_NE(came, std::string::npos) << result.out;
-  ASSERT_NE(closed, std::string::npos) << result.out;
-  EXPECT_LT(held, came);
-  EXPECT_LT(came, closed);
-}
-
-TEST_F(Vexelctl, OpenClosesNothingWithoutThePipeLibrary) {
-  std::filesystem::remove(File(L"vpipearm64.dll"));
-  const Result result = Run(L"open a.bmp", "expect open_pic_process_success\nclose\n");
-  EXPECT_EQ(result.code, 1U) << result.out << result.err;
-  EXPECT_TRUE(Contains(result.out, "close left out: without vpipearm64.dll")) << result.out;
-}
-
-TEST_F(Vexelctl, OpenTellsOfAPictureThatDoesNotCome) {
-  const Variable zoo(L"VEXEL_EDITOR_ZOO", L"die_on_open");
-  const Result result = Run(L"open a.bmp", "expect no such event\n");
-  EXPECT_EQ(result.code, 1U) << result.out << result.err;
-  EXPECT_TRUE(Contains(result.out, "the SDK has given the id up")) << result.out;
-}
-
-TEST_F(Vexelctl, OpenTellsOfAnEditorThatIsLostOnTheWay) {
-  const Variable zoo(L"VEXEL_EDITOR_ZOO", L"crash_after_open=300");
-  const Result result = Run(L"open a.bmp", "expect open_pic_success\nwait 3000\noperate 4\nwait 4000\n");
-  EXPECT_EQ(result.code, 1U) << result.out << result.err;
-  EXPECT_TRUE(Contains(result.out, "the SDK has given the id up") || Contains(result.out, "run_error crash"))
-      << result.out;
-}
-
-TEST_F(Vexelctl, OpenTellsOfAnEditorThatDoesNotAnswer) {
-  const Variable zoo(L"VEXEL_EDITOR_ZOO", L"never_serve");
-  const Result result = Run(L"open --limit 2 a.bmp", "expect open_pic_success\n");
-  EXPECT_EQ(result.code, 1U) << result.out << result.err;
-  EXPECT_TRUE(Contains(result.out, "no event with 'open_pic_success' has come")) << result.out;
-  EXPECT_TRUE(Contains(result.out, "2 s without \"open_pic_success\"")) << result.out;
-}
-
-TEST_F(Vexelctl, OpenTellsOfAProgramThatCannotStart) {
-  std::filesystem::remove(File(L"vxpixeleditor.exe"));
-  const Result result = Run(L"open --limit 2 --app 2 a.bmp");
-  EXPECT_EQ(result.code, 1U) << result.out << result.err;
-  EXPECT_TRUE(Contains(result.out, "2 s without a process")) << result.out;
-  EXPECT_TRUE(Contains(result.out, "left without a close")) << result.out;
-}
-
-TEST_F(Vexelctl, OpenRecordsWhatCanBeReplayed) {
-  const Result first = Run(L"open --record run.txt a.bmp", "expect open_pic_success\n@1 operate 5\nquit\n");
-  ASSERT_EQ(first.code, 0U) << first.out << first.err;
-  const std::string recorded = ReadFileBytes(File(L"run.txt"));
-  EXPECT_TRUE(Contains(recorded, "\n@1 operate 5\n")) << recorded;
-  const Result again = Run(L"open a.bmp", recorded);
-  EXPECT_EQ(again.code, 0U) << again.out << again.err;
-  EXPECT_TRUE(Contains(again.out, "operate 5")) << again.out;
-}
-
-TEST_F(Vexelctl, OpenSaysWhichCommandMakesNoSenseAndGoesOn) {
-  const Result result = Run(L"open a.bmp", "frob\n@9 close\nopen nosuch.png\nexpect open_pic_success\n");
-  EXPECT_EQ(result.code, 1U);
-  EXPECT_EQ(Lines(result.err),
-            (std::vector<std::string>{"vexelctl: 'frob' is no command; 'help' lists them", "vexelctl: there is no id 9",
-                                      "vexelctl: there is no picture 'nosuch.png'"}));
-  EXPECT_TRUE(Contains(result.out, "open_pic_success")) << result.out;
-}
-
-TEST_F(Vexelctl, OpenLeavesAfterItsTime) {
-  const Result result = Run(L"open --for 2 a.bmp");
-  EXPECT_EQ(result.code, 0U) << result.out << result.err;
-  EXPECT_TRUE(Contains(result.out, "the time is over")) << result.out;
-}
-
-TEST_F(Vexelctl, DoctorFindsNothingWrongWithAWholeInstallation) {
-  const Json findings = DoctorFindings(L"", 0);
-  for (const char* const topic : {"sdk", "pipe library", "webvexlaunch.exe", "vxpixeleditor.exe", "log level",
-                                  "log file", "elevation", "first open"}) {
-    EXPECT_EQ(Finding(findings, topic).at("grade"), "ok") << topic;
-  }
-  EXPECT_TRUE(Contains(Finding(findings, "log file").at("text"), "not there yet"));
-  EXPECT_FALSE(std::filesystem::exists(File(L"log"))) << "the doctor changes nothing";
-}
-
-TEST_F(Vexelctl, DoctorNamesEachMissingFileWithARemedy) {
-  std::filesystem::remove(File(L"vpipearm64.dll"));
-  std::filesystem::remove(File(L"webvexlaunch.exe"));
-  const Json findings = DoctorFindings(L"", 1);
-  for (const char* const topic : {"pipe library", "webvexlaunch.exe", "first open"}) {
-    EXPECT_EQ(Finding(findings, topic).at("grade"), "problem") << topic;
-    EXPECT_NE(Finding(findings, topic).value("remedy", ""), "") << topic;
-  }
-  EXPECT_EQ(Finding(findings, "vxpixeleditor.exe").at("grade"), "ok");
-}
-
-TEST_F(Vexelctl, DoctorKnowsTheOrderInWhichThePipeLibraryIsSought) {
-  std::filesystem::create_directory(File(L"host"));
-  std::filesystem::copy_file(File(L"webvexlaunch.exe"), File(L"host\\browser.exe"));
-  const std::string beside = Finding(DoctorFindings(L"--host host\\browser.exe", 0), "pipe library").at("text");
-  EXPECT_TRUE(beside.starts_with(Utf8(File(L"vpipearm64.dll")))) << beside;
-  EXPECT_LT(beside.find("host\\, then"), beside.size()) << beside;
-  std::filesystem::copy_file(File(L"vpipearm64.dll"), File(L"host\\vpipearm64.dll"));
-  const Json findings = DoctorFindings(L"--host host\\browser.exe", 0);
-  const std::string first = Finding(findings, "pipe library").at("text");
-  EXPECT_TRUE(first.starts_with(Utf8(File(L"host\\vpipearm64.dll")))) << first;
-  EXPECT_TRUE(Contains(Finding(findings, "log file").at("text"), "host\\log\\browser.vexelsdk.dll.log"));
-}
-
-TEST_F(Vexelctl, DoctorSaysWhichSavedProcessWouldBeTakenOver) {
-  MakeLog();
-  const std::string waiting = Finding(DoctorFindings(L"", 0), "saved preview_pid").at("text");
-  EXPECT_TRUE(Contains(waiting, "would be taken over as the waiting webvexlaunch.exe")) << waiting;
-  const std::uint32_t pid = static_cast<std::uint32_t>(std::stoul(waiting));
-  // The same ids, seen from an installation elsewhere.
-  std::filesystem::create_directory(File(L"other"));
-  for (const wchar_t* const name : {L"vexelsdk.dll", L"vpipearm64.dll", L"vxpixeleditor.exe", L"webvexlaunch.exe"}) {
-    std::filesystem::copy_file(File(name), File(std::wstring(L"other\\") + name));
-  }
-  const std::string foreign = Finding(DoctorFindings(L"--sdk other", 0), "saved preview_pid").at("text");
-  EXPECT_TRUE(Contains(foreign, "would not be taken over: it runs ")) << foreign;
-  EndProgram(pid);
-  ASSERT_TRUE(WaitFor([&] {
-    return Contains(Finding(DoctorFindings(L"", 0), "saved preview_pid").at("text"),
-                    "would not be taken over: no such process");
-  }));
-}
-
-TEST_F(Vexelctl, DoctorLooksAtTheParameter) {
-  const std::string none = Finding(DoctorFindings(L"--param " + Base64("/apptype:7"), 1), "first open").at("text");
-  EXPECT_TRUE(Contains(none, "application type 7, which is no program")) << none;
-  const std::string second = Finding(DoctorFindings(L"--param " + Base64("/apptype:2"), 0), "first open").at("text");
-  EXPECT_TRUE(Contains(second, "vxpixeleditor.exe")) << second;
-}
 
 TEST_F(Vexelctl, LogJoinsWhatBelongsToOneWindow) {
   MakeLog();
@@ -349,6 +51,20 @@ TEST_F(Vexelctl, LogFollowsWhatIsAdded) {
   EXPECT_EQ(ReadLines(File(L"out.txt")).size(), 2U) << result.out;
 }
 
+TEST_F(Vexelctl, LogFollowsAFileWhoseFirstLineIsHalfWritten) {
+  const std::string line =
+      "[11   |2026-11-13 03:10:44|   INFO|a.cpp:1] OperatorThreadFun data.m_op = SDK_PreLoadProcess\r\n";
+  WriteFileBytes(File(L"live.log"), line.substr(0, 30));
+  const HANDLE process = Start(L"log --follow live.log", "", L"");
+  ASSERT_NE(process, nullptr);
+  // It has read the half line, and goes on.
+  EXPECT_EQ(WaitForSingleObject(process, 1000), static_cast<DWORD>(WAIT_TIMEOUT)) << ReadFileBytes(File(L"err.txt"));
+  std::ofstream(std::filesystem::path(File(L"live.log")), std::ios::binary | std::ios::app) << line.substr(30);
+  EXPECT_TRUE(WaitFor([this] { return ReadLines(File(L"out.txt")).size() == 1; }));
+  TerminateProcess(process, 0);
+  CloseHandle(process);
+}
+
 TEST_F(Vexelctl, LogFollowsForAGivenTime) {
   WriteFileBytes(File(L"live.log"), "[11   |2026-11-13 03:10:44|   INFO|a.cpp:1] OperatorThreadFun x\r\n");
   const Result result = Run(L"log --follow --for 1 live.log");
@@ -370,6 +86,13 @@ TEST_F(Vexelctl, LogSaysWhatIsWrongWithItsFile) {
   ExpectRefused(L"log --follow --for 1 none.log", 3, "is no log of the SDK");
   ExpectRefused(L"log half.log", 4, "ends in the middle of line");
   EXPECT_GT(Lines(Run(L"log half.log").out).size(), 5U);
+  WriteFileBytes(File(L"begun.log"), whole.substr(0, 30));
+  WriteFileBytes(File(L"word.log"), "word");
+  ExpectRefused(L"log begun.log", 4, "ends in the middle of line 1");
+  ExpectRefused(L"log word.log", 3, "is no log of the SDK");
+  ExpectRefused(L"log --follow --for 1 word.log", 3, "is no log of the SDK");
+  ExpectRefused(L"log --run 99 " + LogFile(), 1, "no line of the log fits");
+  ExpectRefused(L"timeline --run 99 -o a.svg " + LogFile(), 1, "there is no run 99");
 }
 
 TEST_F(Vexelctl, TimelineDrawsARealRun) {
@@ -452,6 +175,13 @@ TEST_F(Vexelctl, ACommandLineThatMakesNoSenseIsRefused) {
   ExpectRefused(L"open --type x a.bmp", 2, "--type");
   ExpectRefused(L"open nosuch.png", 3, "there is no picture 'nosuch.png'");
   ExpectRefused(L"doctor --host nosuch.exe", 3, "there is no program 'nosuch.exe'");
+  ExpectRefused(L"open", 2, "no picture was named");
+  ExpectRefused(L"open --app 7 a.bmp", 2, "'7' is no program: write 1 or 2");
+  ExpectRefused(L"open --for inf a.bmp", 2, "'inf' is no number of seconds");
+  ExpectRefused(L"open --limit -1 a.bmp", 2, "'-1' is no number of seconds");
+  ExpectRefused(L"log --for 2 a.log", 2, "--for requires --follow");
+  ExpectRefused(L"log --run -3 a.log", 2, "--run");
+  ExpectRefused(L"", 2, "a command is missing");
 }
 
 TEST_F(Vexelctl, EachCommandHasHelpWithTheExitCodes) {
