@@ -26,7 +26,7 @@ struct Row {
   double accepted = 0;   // the figure that the short form holds a bound to that can't be met; 0 when it can
 
   bool IsMet() const;
-  /// Whether the figure is worse than its bound by more than 25 %.
+  /// Whether the figure is worse than its bound by more than 25 %; never so for a time in milliseconds.
   bool IsFarOff() const;
 };
 
