@@ -81,14 +81,17 @@ protected:
     startup.hStdError = open(L"err.txt", GENERIC_WRITE, CREATE_ALWAYS);
     std::wstring command = L"\"" + File(L"vexelctl.exe") + L"\" " + arguments;
     PROCESS_INFORMATION process{};
-    if (CreateProcessW(nullptr, command.data(), nullptr, nullptr, TRUE, 0, nullptr, m_folder.Path().c_str(), &startup,
-                       &process) == 0) {
-      ADD_FAILURE() << "vexelctl did not start, error " << GetLastError();
-      return nullptr;
-    }
-    for (const HANDLE handle : {startup.hStdInput, startup.hStdOutput, startup.hStdError, process.hThread}) {
+    const bool isStarted = CreateProcessW(nullptr, command.data(), nullptr, nullptr, TRUE, 0, nullptr,
+                                          m_folder.Path().c_str(), &startup, &process) != 0;
+    const DWORD error = GetLastError();
+    for (const HANDLE handle : {startup.hStdInput, startup.hStdOutput, startup.hStdError}) {
       CloseHandle(handle);
     }
+    if (!isStarted) {
+      ADD_FAILURE() << "vexelctl did not start, error " << error;
+      return nullptr;
+    }
+    CloseHandle(process.hThread);
     return process.hProcess;
   }
 
