@@ -1,11 +1,13 @@
 #include "examples/host/host.h"
 
 #include "examples/common/text.h"
+#include "examples/host/screen.h"
 
 #include <algorithm>
 #include <array>
 #include <cstdio>
 #include <cstdlib>
+#include <functional>
 #include <iterator>
 #include <sstream>
 #include <utility>
@@ -29,8 +31,9 @@ constexpr ULONGLONG kOpenLimitMs = 20'000;
 constexpr ULONGLONG kReadyLimitMs = 5'000;
 // The editor of a closed tab still hears of its close before its window goes.
 constexpr ULONGLONG kOldWindowMs = 3'000;
-// From the last change on the screen to the screenshot.
+// From the last change on the screen to the screenshot, and from one look for a change to the next.
 constexpr ULONGLONG kShotPauseMs = 1'500;
+constexpr ULONGLONG kSceneLookMs = 300;
 constexpr DWORD kEndLimitMs = 120'000;
 
 // The codes of the example editor.
@@ -103,7 +106,7 @@ bool Host::Run() {
     DispatchMessageW(&message);
   }
   EndSdk();
-  return m_shown == m_pictures;
+  return m_shown == m_pictures && !m_isSceneMissing;
 }
 
 void Host::Command(std::string command) {
@@ -215,9 +218,7 @@ void Host::Tick() {
     }
     if (tab.state == TabState::kOpening) {
       isOpening = true;
-      // Whoever gives more time as a whole, as on a slow machine, gives each picture its share of it.
-      const ULONGLONG share = static_cast<ULONGLONG>(std::max(m_options.limitMs, std::int64_t{0})) / m_tabs.size();
-      if (now - tab.since > std::max(kOpenLimitMs, share)) {
+      if (now - tab.since > OpenLimit()) {
         SettleTab(tab, TabState::kFailed);
       }
     } else if (tab.state == TabState::kWaiting && !m_isQuitting) {
@@ -228,11 +229,17 @@ void Host::Tick() {
   }
   RunCommands();
 
-  if (!m_options.shot.empty() && !m_isShotDone && IsSettled() && m_settledSince != 0 &&
-      now - m_settledSince > kShotPauseMs) {
-    m_isShotDone = true;
-    TakeShot(m_options.shot);
-    Quit();
+  if (!m_options.shot.empty() && !m_isShotDone && IsSettled() && m_settledSince != 0) {
+    const bool isOnScreen = IsPictureOnScreen(now);
+    if (isOnScreen || now - m_settledSince > OpenLimit()) {
+      if (!isOnScreen) {
+        m_isSceneMissing = true;
+        std::fputs("examplehost: the selected picture is not on the screen.\n", stderr);
+      }
+      m_isShotDone = true;
+      TakeShot(m_options.shot);
+      Quit();
+    }
   }
   if (m_options.limitMs > 0 && now - m_start > static_cast<ULONGLONG>(m_options.limitMs)) {
     if (!m_isLimitReached) {
@@ -244,12 +251,21 @@ void Host::Tick() {
   }
 }
 
+/// Whoever gives more time as a whole, as on a slow machine, gives each picture its share of it.
+ULONGLONG Host::OpenLimit() const {
+  const auto whole = static_cast<ULONGLONG>(std::max(m_options.limitMs, std::int64_t{0}));
+  return std::max(kOpenLimitMs, whole / std::max<std::size_t>(m_tabs.size(), 1));
+}
+
 void Host::Handle(const HostEvent& event) {
   Tab* tab = TabOfId(event.id);
   if (tab == nullptr) {
     return;
   }
   const EventInfo& info = event.info;
+  if (info.processId != 0) {
+    tab->pid = info.processId;
+  }
   if (info.type == VEXELSDK_EVENT_CUSTOM_MESSAGE) {
     const bool isSuccess =
         info.param == VEXELSDK_PARAM_OPEN_PROCESS_SUCCESS || info.param == VEXELSDK_PARAM_OPEN_SUCCESS;
@@ -631,26 +647,37 @@ void Host::PlaceEditors() {
 void Host::TakeShot(const std::wstring& path) {
   RECT area{};
   GetWindowRect(m_window, &area);
-  const int width = area.right - area.left;
-  const int height = area.bottom - area.top;
-  const HDC screen = GetDC(nullptr);
-  const HDC memory = CreateCompatibleDC(screen);
-  const HBITMAP bitmap = CreateCompatibleBitmap(screen, width, height);
-  const HGDIOBJ before = SelectObject(memory, bitmap);
-  BitBlt(memory, 0, 0, width, height, screen, area.left, area.top, SRCCOPY);
-  SelectObject(memory, before);
-  bool isSaved = false;
-  {
-    Gdiplus::Bitmap image(bitmap, nullptr);
-    isSaved = SavePng(image, path);
-  }
-  DeleteObject(bitmap);
-  DeleteDC(memory);
-  ReleaseDC(nullptr, screen);
+  const bool isSaved = SaveScreen(area, path);
   m_output.Action("shot", 0, isSaved);
   if (!isSaved) {
     std::fprintf(stderr, "examplehost: the screenshot could not be written to '%s'.\n", ToUtf8(path).c_str());
   }
+}
+
+// The editor that was selected last has to hear of its place, to draw and to reach the screen, which takes as long as the
+// machine is slow. So the screen itself is asked: that editor's window is the one seen, it is not bare, and it stands
+// still.
+bool Host::IsPictureOnScreen(ULONGLONG now) {
+  if (now - m_sceneLook < kSceneLookMs) {
+    return false;
+  }
+  m_sceneLook = now;
+  RECT area = TabArea();
+  MapWindowPoints(m_window, nullptr, reinterpret_cast<POINT*>(&area), 2);
+  std::vector<std::uint32_t> scene = ReadScreen(area);
+  if (const Tab* tab = ActiveTab(); tab != nullptr && tab->state == TabState::kShown) {
+    DWORD pid = 0;
+    GetWindowThreadProcessId(WindowFromPoint({(area.left + area.right) / 2, (area.top + area.bottom) / 2}), &pid);
+    if (pid != tab->pid || std::adjacent_find(scene.begin(), scene.end(), std::not_equal_to<>()) == scene.end()) {
+      scene.clear();
+    }
+  }
+  if (scene.empty() || scene != m_scene) {
+    m_scene = std::move(scene);
+    m_sceneSince = now;
+    return false;
+  }
+  return now - m_sceneSince > kShotPauseMs;
 }
 
 void Host::Quit() {

@@ -52,6 +52,7 @@ private:
     std::wstring path;
     HWND window = nullptr;
     std::int32_t id = 0;
+    std::uint32_t pid = 0; // of the editor, 0 before its first event
     TabState state = TabState::kWaiting;
     bool isReady = false; // operations on the id reach an editor
     bool wasShown = false;
@@ -87,6 +88,7 @@ private:
   static LRESULT CALLBACK TabProc(HWND window, UINT message, WPARAM wide, LPARAM extra);
 
   void Tick();
+  ULONGLONG OpenLimit() const;
   void Handle(const HostEvent& event);
   void RunCommands();
   bool RunCommand(const std::string& command);
@@ -111,6 +113,7 @@ private:
   void Layout();
   void PlaceEditors();
   void TakeShot(const std::wstring& path);
+  bool IsPictureOnScreen(ULONGLONG now);
   void Quit();
   void EndSdk();
   void Redraw();
@@ -133,6 +136,7 @@ private:
   bool m_isPlaceDue = false;
   bool m_isQuitting = false;
   bool m_isShotDone = false;
+  bool m_isSceneMissing = false;
   bool m_isFirstRoundOver = false;
   bool m_isLimitReached = false;
   bool m_isEnding = false;
@@ -141,6 +145,9 @@ private:
   ULONGLONG m_start = 0;
   ULONGLONG m_settledSince = 0;
   ULONGLONG m_waitUntil = 0;
+  std::vector<std::uint32_t> m_scene; // the pixels of the last look, empty without the selected picture
+  ULONGLONG m_sceneSince = 0;         // of the last change of them
+  ULONGLONG m_sceneLook = 0;
 
   std::mutex m_lock;
   std::deque<std::string> m_commands; // m_lock

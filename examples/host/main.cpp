@@ -23,7 +23,7 @@ constexpr int kExitUsage = 2;
 constexpr char kUsage[] =
     "usage: examplehost [OPTIONS] PICTURE...\n"
     "Shows each picture in a tab and prints every event as a line of JSON.\n"
-    "  --shot FILE.png   when all pictures are shown, save a screenshot and leave\n"
+    "  --shot FILE.png   when all pictures are shown and one is seen, save a screenshot and leave\n"
     "  --seconds N       leave after N seconds\n"
     "  --type N          the open type (1)\n"
     "  --param TEXT      the open parameter as it stands, base64 text\n"

@@ -67,6 +67,9 @@ EventInfo ReadEvent(const std::string& text) {
   if (const auto found = json.find("status"); found != json.end() && found->is_boolean()) {
     info.status = found->get<bool>();
   }
+  if (const auto found = json.find("process_id"); found != json.end() && found->is_number_unsigned()) {
+    info.processId = found->get<std::uint32_t>();
+  }
   return info;
 }
 

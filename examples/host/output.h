@@ -12,6 +12,7 @@ struct EventInfo {
   std::string type;
   std::string param;
   bool status = false;
+  std::uint32_t processId = 0;
 };
 
 /// Reads an event's text; never throws for any text.

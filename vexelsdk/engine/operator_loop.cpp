@@ -11,7 +11,7 @@ constexpr std::uint32_t kLookMs = 500; // how long a record lies whose wake-up t
 /// of this one call, for they would end the host in another way than the read does.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wnonnull" // the call on a null link is what is meant
-__attribute__((no_sanitize("null"))) std::uint32_t PidOf(const VexelSDKHelper* helper) { return helper->GetPid(); }
+__attribute__((no_sanitize("undefined"))) std::uint32_t PidOf(const VexelSDKHelper* helper) { return helper->GetPid(); }
 #pragma GCC diagnostic pop
 
 } // namespace

@@ -29,7 +29,7 @@ VexelSDKHelper::~VexelSDKHelper() {
 
 // Kept out of line, and compiled so that a test for null is no licence to drop the read, which the undefined-behaviour
 // checks leave alone: see DoOperator.
-__attribute__((no_sanitize("null", "pointer-overflow"))) std::uint32_t VexelSDKHelper::GetPid() const {
+__attribute__((no_sanitize("undefined"))) std::uint32_t VexelSDKHelper::GetPid() const {
   return m_pid.load(std::memory_order_relaxed);
 }
 

@@ -138,6 +138,14 @@ TEST_F(ExampleHost, SaysByItsExitCodeThatAPictureWasNotShown) {
   EXPECT_EQ(CountParams(Lines(), 1, "open_pic_fail"), 1);
 }
 
+// The tests' windows have no pixels, so the screen stays bare however well the picture is shown.
+TEST_F(ExampleHost, SaysByItsExitCodeThatTheScreenStaysBare) {
+  Folder().Add(L"pictures\\mountain-lake.png");
+  EXPECT_EQ(Run(L"--shot shot.png mountain-lake.png"), 1U);
+  EXPECT_EQ(CountParams(Lines(), 1, "picture_shown"), 1);
+  EXPECT_FALSE(ReadFileBytes(Folder().Path() + L"shot.png").empty());
+}
+
 TEST_F(ExampleHost, PictureThatIsNotThereIsAUsageError) {
   EXPECT_EQ(Run(L"--script \"shown;exit\" nowhere.png"), 2U);
   EXPECT_TRUE(Lines().empty());

@@ -11,7 +11,13 @@
 #include <string>
 #include <thread>
 
+// The server object that this library makes, by slots. Named as the other side names it: the type check of calls through
+// pointers compares the names in a function's type, and CreatePipeSvr and ReleasePipeSvr have this one in theirs.
+struct PipeServer;
+
 namespace {
+
+using Server = PipeServer;
 
 // The other side's receiver, by slots.
 struct Processor;
@@ -26,18 +32,21 @@ struct Processor {
   const ProcessorTable* table;
 };
 
-// The server object that this library makes, by slots.
-struct Server;
 struct ServerTable {
   void* (*deletingDestructor)(Server* self, unsigned flag);
   void (*setMsgProcessor)(Server* self, Processor* processor);
   std::int32_t (*start)(Server* self, const char* name);
 };
-struct Server {
+
+} // namespace
+
+struct PipeServer {
   const ServerTable* table;
   Processor* processor;
   std::string* name;
 };
+
+namespace {
 
 std::mutex lock;
 std::map<std::uint32_t, std::string> connections; // number to the other end's process id
