@@ -84,7 +84,7 @@ TEST_F(Vexelctl, ASecondHostBesideOneThatRunsIsFoundAndItsCloseIsExplained) {
   EXPECT_NE(saved.value("remedy", ""), "");
   EXPECT_EQ(Finding(DoctorFindings(L"", 1), "first open").at("grade"), "problem");
 
-  const Result second = Run(L"open a.bmp", "expect open_pic_process_success\nwait 500\nclose\n");
+  const Result second = Run(L"open --limit 100 a.bmp", "expect open_pic_process_success\nwait 500\nclose\n");
   EXPECT_EQ(second.code, 1U) << second.out << second.err;
   const std::vector<std::string> lines = Lines(second.err);
   ASSERT_EQ(lines.size(), 1U) << second.err;

@@ -8,7 +8,7 @@ using namespace toolstest;
 
 TEST_F(Vexelctl, OpenPrintsEachEventWithIdTimeAndThread) {
   const Result result =
-      Run(L"open --json a.bmp \"b \u00FC.bmp\"",
+      Run(L"open --limit 100 --json a.bmp \"b \u00FC.bmp\"",
           "@1 expect open_pic_success\n@2 expect open_pic_success\n@1 operate 4\n@2 fullscreen off\nquit\n");
   EXPECT_EQ(result.code, 0U) << result.out << result.err;
   int successes = 0;
@@ -27,7 +27,7 @@ TEST_F(Vexelctl, OpenPrintsEachEventWithIdTimeAndThread) {
 }
 
 TEST_F(Vexelctl, OpenKeepsACloseBackUntilTheProcessIsThere) {
-  const Result result = Run(L"open --json a.bmp", "close\nexpect open_pic_process_success\nquit\n");
+  const Result result = Run(L"open --limit 100 --json a.bmp", "close\nexpect open_pic_process_success\nquit\n");
   EXPECT_EQ(result.code, 0U) << result.out << result.err;
   const std::size_t held = result.out.find("close kept back");
   const std::size_t came = result.out.find("open_pic_process_success\",\"process_id");
@@ -41,7 +41,7 @@ TEST_F(Vexelctl, OpenKeepsACloseBackUntilTheProcessIsThere) {
 
 TEST_F(Vexelctl, OpenClosesNothingWithoutThePipeLibrary) {
   std::filesystem::remove(File(L"vpipearm64.dll"));
-  const Result result = Run(L"open a.bmp", "expect open_pic_process_success\nclose\n");
+  const Result result = Run(L"open --limit 100 a.bmp", "expect open_pic_process_success\nclose\n");
   EXPECT_EQ(result.code, 1U) << result.out << result.err;
   EXPECT_TRUE(Contains(result.out, "close left out: without vpipearm64.dll")) << result.out;
 }
@@ -55,7 +55,7 @@ TEST_F(Vexelctl, OpenTellsOfAPictureThatDoesNotCome) {
 
 TEST_F(Vexelctl, OpenTellsOfAFileThatIsNoPicture) {
   WriteFileBytes(File(L"no.bmp"), "this is no picture");
-  const Result result = Run(L"open no.bmp", "expect open_pic_fail\n");
+  const Result result = Run(L"open --limit 100 no.bmp", "expect open_pic_fail\n");
   EXPECT_EQ(result.code, 1U) << result.out << result.err;
   EXPECT_TRUE(Contains(result.out, "the editor does not show the picture")) << result.out;
   EXPECT_FALSE(Contains(result.out, "has come")) << result.out;
@@ -70,7 +70,7 @@ TEST_F(Vexelctl, OpenRunsTheScriptOfTheDocument) {
     script += isInside ? line.substr(4) + "\n" : "";
   }
   ASSERT_TRUE(Contains(script, "\nclose\n")) << script;
-  const Result result = Run(L"open --json a.bmp", script);
+  const Result result = Run(L"open --limit 100 --json a.bmp", script);
   EXPECT_EQ(result.code, 0U) << result.out << result.err;
   EXPECT_TRUE(Contains(result.out, "\"call\":\"operate 1\",\"result\":true")) << result.out;
   EXPECT_TRUE(Contains(result.out, "\"call\":\"close\",\"result\":false")) << result.out;
@@ -78,7 +78,7 @@ TEST_F(Vexelctl, OpenRunsTheScriptOfTheDocument) {
 
 TEST_F(Vexelctl, OpenSendsOneCloseToAnEditorThatAsksItsUser) {
   const Result result =
-      Run(L"open --json --limit 2 a.bmp", "expect open_pic_success\noperate 1\nexpect \"edit\"\nclose\n");
+      Run(L"open --json --limit 20 a.bmp", "expect open_pic_success\noperate 1\nexpect \"edit\"\nclose\n");
   EXPECT_EQ(result.code, 1U) << result.out << result.err;
   const std::string close = "\"call\":\"close\",\"result\":true";
   ASSERT_TRUE(Contains(result.out, close)) << result.out;
@@ -94,16 +94,16 @@ TEST_F(Vexelctl, OpenWaitsForTheUsersAnswerToAClose) {
 }
 
 TEST_F(Vexelctl, OpenSaysThatAParameterHoldsNoSwitches) {
-  const Result result = Run(L"open --param ??? a.bmp");
+  const Result result = Run(L"open --limit 100 --param ??? a.bmp");
   EXPECT_EQ(result.code, 0U) << result.out << result.err;
   EXPECT_TRUE(Contains(result.out, "the parameter is no base64 text with switches: it counts as none")) << result.out;
-  EXPECT_FALSE(Contains(Run(L"open --app 2 a.bmp").out, "base64"));
+  EXPECT_FALSE(Contains(Run(L"open --limit 100 --app 2 a.bmp").out, "base64"));
   EXPECT_EQ(Finding(DoctorFindings(L"--param ???", 0), "parameter").at("grade"), "note");
 }
 
 TEST_F(Vexelctl, OpenTellsOfAnEditorThatIsLostOnTheWay) {
   const Variable zoo(L"VEXEL_EDITOR_ZOO", L"crash_after_open=300");
-  const Result result = Run(L"open a.bmp", "expect open_pic_success\nwait 3000\noperate 4\nwait 4000\n");
+  const Result result = Run(L"open --limit 100 a.bmp", "expect open_pic_success\nwait 3000\noperate 4\nwait 4000\n");
   EXPECT_EQ(result.code, 1U) << result.out << result.err;
   EXPECT_TRUE(Contains(result.out, "the SDK has given the id up") || Contains(result.out, "run_error crash"))
       << result.out;
@@ -111,10 +111,10 @@ TEST_F(Vexelctl, OpenTellsOfAnEditorThatIsLostOnTheWay) {
 
 TEST_F(Vexelctl, OpenTellsOfAnEditorThatDoesNotAnswer) {
   const Variable zoo(L"VEXEL_EDITOR_ZOO", L"never_serve");
-  const Result result = Run(L"open --limit 2 a.bmp", "expect open_pic_success\n");
+  const Result result = Run(L"open --limit 20 a.bmp", "expect open_pic_success\n");
   EXPECT_EQ(result.code, 1U) << result.out << result.err;
   EXPECT_TRUE(Contains(result.out, "no event with 'open_pic_success' has come")) << result.out;
-  EXPECT_TRUE(Contains(result.out, "2 s without \"open_pic_success\"")) << result.out;
+  EXPECT_TRUE(Contains(result.out, "20 s without \"open_pic_success\"")) << result.out;
 }
 
 TEST_F(Vexelctl, OpenTellsOfAProgramThatCannotStart) {
@@ -152,17 +152,17 @@ TEST_F(Vexelctl, OpenTellsThatThereIsNoDisplay) {
 }
 
 TEST_F(Vexelctl, OpenRecordsWhatCanBeReplayed) {
-  const Result first = Run(L"open --record run.txt a.bmp", "expect open_pic_success\n@1 operate 5\nquit\n");
+  const Result first = Run(L"open --limit 100 --record run.txt a.bmp", "expect open_pic_success\n@1 operate 5\nquit\n");
   ASSERT_EQ(first.code, 0U) << first.out << first.err;
   const std::string recorded = ReadFileBytes(File(L"run.txt"));
   EXPECT_TRUE(Contains(recorded, "\n@1 operate 5\n")) << recorded;
-  const Result again = Run(L"open a.bmp", recorded);
+  const Result again = Run(L"open --limit 100 a.bmp", recorded);
   EXPECT_EQ(again.code, 0U) << again.out << again.err;
   EXPECT_TRUE(Contains(again.out, "operate 5")) << again.out;
 }
 
 TEST_F(Vexelctl, OpenSaysWhichCommandMakesNoSenseAndGoesOn) {
-  const Result result = Run(L"open a.bmp", "frob\n@9 close\nopen nosuch.png\nexpect open_pic_success\n");
+  const Result result = Run(L"open --limit 100 a.bmp", "frob\n@9 close\nopen nosuch.png\nexpect open_pic_success\n");
   EXPECT_EQ(result.code, 1U);
   EXPECT_EQ(Lines(result.err),
             (std::vector<std::string>{"vexelctl: 'frob' is no command; 'help' lists them", "vexelctl: there is no id 9",
@@ -171,7 +171,7 @@ TEST_F(Vexelctl, OpenSaysWhichCommandMakesNoSenseAndGoesOn) {
 }
 
 TEST_F(Vexelctl, OpenLeavesAfterItsTime) {
-  const Result result = Run(L"open --for 2 a.bmp");
+  const Result result = Run(L"open --limit 100 --for 2 a.bmp");
   EXPECT_EQ(result.code, 0U) << result.out << result.err;
   EXPECT_TRUE(Contains(result.out, "the time is over")) << result.out;
 }

@@ -129,7 +129,7 @@ protected:
 
   // Opens a picture, waits until it is shown, and closes it: a log to work on.
   void MakeLog() {
-    const Result result = Run(L"open a.bmp", "expect open_pic_success\nclose\n");
+    const Result result = Run(L"open --limit 100 a.bmp", "expect open_pic_success\nclose\n");
     ASSERT_EQ(result.code, 0U) << result.out << result.err;
     ASSERT_TRUE(FileExists(File(LogFile())));
   }
