@@ -74,9 +74,9 @@ bool ReadModel(const std::wstring& text, Model& model, std::wstring& section) {
 std::wstring TextOf(const Model& model) {
   std::wstring text;
   for (const auto& [section, keys] : model.sections) {
-    text += L"[" + section + L"]\r\n";
+    text.append(L"[").append(section).append(L"]\r\n");
     for (const auto& [key, value] : keys) {
-      text += key + L"=" + value + L"\r\n";
+      text.append(key).append(L"=").append(value).append(L"\r\n");
     }
   }
   return text;

@@ -1,11 +1,11 @@
 #include "tests/sweep/child_runs.h"
 
 #include <fcntl.h>
-#include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <map>
@@ -71,7 +71,7 @@ ChildResult ResultOf(int status, bool hung, std::FILE* output) {
 } // namespace
 
 int ChildRuns::UntilNothingFires(const std::function<Body(int)>& body,
-                                 const std::function<void(int, const ChildResult&)>& ended, int enough) {
+                                 const std::function<void(int, const ChildResult&)>& ended, int enough) const {
   std::map<pid_t, Child> running;
   int next = 1;
   int runs = 0;

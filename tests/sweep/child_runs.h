@@ -26,7 +26,7 @@ public:
   /// Calls `body(n)` in children for n = 1, 2, ... until a run passes in which the fault did not come about, or `enough`
   /// runs have failed. `ended` is called here for each that did, in any order. Returns the number of runs.
   int UntilNothingFires(const std::function<Body(int)>& body, const std::function<void(int, const ChildResult&)>& ended,
-                        int enough = 5);
+                        int enough = 5) const;
 
 private:
   int m_atOnce;

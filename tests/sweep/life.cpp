@@ -117,9 +117,9 @@ std::int64_t CreatedAt(std::uint32_t pid) {
 
 std::string KillWatch::Look() {
   for (const auto& [pid, entry] : Probe().KillEntries()) {
-    if (const std::int64_t created = CreatedAt(pid); created != 0 && !m_listed.contains(pid)) {
-      m_listed[pid] = {created, entry.m_createTime};
-    } else if (created != 0 && m_listed[pid].createTime != entry.m_createTime) {
+    const std::int64_t created = CreatedAt(pid);
+    const auto known = m_listed.find(pid);
+    if (created != 0 && (known == m_listed.end() || known->second.createTime != entry.m_createTime)) {
       m_listed[pid] = {created, entry.m_createTime};
     }
   }

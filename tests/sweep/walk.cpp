@@ -48,7 +48,7 @@ public:
   std::string Run();
 
 private:
-  void BuildWorld();
+  void BuildWorld() const;
   bool FirstEngine();
   bool SecondEngine();
   void Teardown();
@@ -251,7 +251,7 @@ Pid Walker::PidOf(std::int32_t id) {
   return found == all.end() ? 0 : found->second;
 }
 
-void Walker::BuildWorld() {
+void Walker::BuildWorld() const {
   sim::SetClockSpeed(0);
   sim::TakeTurns(true);
   sim::SetDword(platform::kHkeyLocalMachine, kLogKey, L"LogLevel", 1);
@@ -265,7 +265,9 @@ void Walker::BuildWorld() {
   sim::SetHostElevated(true);
   if (m_fault.operation == "SetEndOfFile") {
     // A log too large to go on with, which is cut.
-    sim::AddFile(L"C:\\Host\\log\\browser.vexelsdk.dll.log", std::string(0xA00001, 'x'));
+    std::string log;
+    log.resize(0xA00001, 'x');
+    sim::AddFile(L"C:\\Host\\log\\browser.vexelsdk.dll.log", log);
   }
   // Others of the programs' names, listed before them, with a path that needs the environment.
   for (const wchar_t* const name : {L"webvexlaunch.exe", L"vxpixeleditor.exe"}) {
@@ -485,7 +487,7 @@ std::string Walk(const Fault& fault, bool* fired) {
   // Left behind when its threads can't be stopped.
   auto* const world = new sim::World;
   auto* const walker = new Walker(fault);
-  const std::string wrong = walker->Run();
+  std::string wrong = walker->Run();
   *fired = sim::FaultsFired() > 0;
   if (wrong.empty()) {
     delete walker;

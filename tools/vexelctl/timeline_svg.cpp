@@ -81,7 +81,7 @@ public:
       if (!m_stops.empty() && second.second > last + 1) {
         const double gap = static_cast<double>(second.second - last - 1) * kSecondWidth;
         if (gap > kMostGapWidth) {
-          m_breaks.push_back({last + 1, second.second});
+          m_breaks.emplace_back(last + 1, second.second);
         }
         x += std::min(gap, kMostGapWidth);
       }
