@@ -61,7 +61,7 @@ MonthsDriver::MonthsDriver(std::uint64_t seed) : m_random(seed), m_editorRandom(
   if (vx::GetMinLogLevel() != 2) {
     Fail("the log level was not read");
   }
-  sim::SetClockSpeed(0);
+  sim::StopAtFullMinute();
   sim::TakeTurns(true);
   sim::SetPidReuse(static_cast<int>(Draw(3)) * 3);
   sim::InstallEditors(DrawScript());

@@ -208,6 +208,13 @@ void SetClockSpeed(double multiple) {
   WakeAll();
 }
 
+void StopAtFullMinute() {
+  SetClockSpeed(0);
+  constexpr std::int64_t kMinuteNs = 60'000 * kNsPerMs;
+  const Lock lock = TakeLock();
+  TheClock().simBaseNs = (TheClock().simBaseNs / kMinuteNs + 1) * kMinuteNs;
+}
+
 void AdvanceMs(std::uint64_t milliseconds) {
   const Lock lock = TakeLock();
   TheClock().simBaseNs += static_cast<std::int64_t>(milliseconds) * kNsPerMs;

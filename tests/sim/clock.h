@@ -11,6 +11,10 @@ namespace sim {
 /// only AdvanceMs moves it. Waits in progress follow at once.
 void SetClockSpeed(double multiple);
 
+/// Stops the clock at the next full minute since the world began, so that what follows bears the same times however long
+/// the machine took to come here.
+void StopAtFullMinute();
+
 /// Moves simulated time ahead at once. Waits whose time is then over return.
 void AdvanceMs(std::uint64_t milliseconds);
 

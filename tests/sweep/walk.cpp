@@ -252,7 +252,7 @@ Pid Walker::PidOf(std::int32_t id) {
 }
 
 void Walker::BuildWorld() const {
-  sim::SetClockSpeed(0);
+  sim::StopAtFullMinute();
   sim::TakeTurns(true);
   sim::SetDword(platform::kHkeyLocalMachine, kLogKey, L"LogLevel", 1);
   sim::SetDword(platform::kHkeyLocalMachine, kSwitchKey, L"OpenPIC_enable", 1);

@@ -35,6 +35,16 @@ TEST_F(SimClock, AStoppedClockMovesOnlyByHand) {
   EXPECT_EQ(platform::GetTickCount64(), before + 1234);
 }
 
+TEST_F(SimClock, AClockStoppedAtAFullMinuteShowsTheSameTimesHoweverLongTheMachineTook) {
+  sim::AdvanceMs(90'000);
+  sim::StopAtFullMinute();
+  EXPECT_EQ(sim::NowMs(), 120'000u);
+  std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  EXPECT_EQ(sim::NowMs(), 120'000u);
+  sim::StopAtFullMinute();
+  EXPECT_EQ(sim::NowMs(), 180'000u);
+}
+
 TEST_F(SimClock, AFastClockShortensSleepsAndKeepsTheirSimulatedLength) {
   sim::SetClockSpeed(10000);
   const std::uint64_t before = platform::GetTickCount64();
