@@ -220,7 +220,9 @@ DWORD DisconnectFromServer(std::uint32_t connection) {
     return ERROR_INVALID_HANDLE;
   }
   removed->Close();
-  if (removed.use_count() == 1) { // out of the table, so nobody else can come to hold it
+  // Out of the table, so nobody else can come to hold it. The count is read relaxed, which is enough: who held it used it
+  // under m_lock only, and Renew takes that lock.
+  if (removed.use_count() == 1) {
     removed->Renew();
     Table().GiveSpare(removed);
   }

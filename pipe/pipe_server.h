@@ -62,7 +62,8 @@ private:
   std::size_t m_listening = 0; // m_lock: workers that wait for a client
   std::array<Worker, kMaxClients> m_workers;
   // Written under m_lock, which decides that no worker is added any more. Relaxed: a worker that looks without the lock
-  // and misses it meets the event behind it, and Stop waits for the worker's thread before anything is taken away.
+  // and misses it meets the event behind it, or sees it at a later text, and Stop waits for the worker's thread before
+  // anything is taken away.
   std::atomic<bool> m_stopping{false};
   UniqueHandle m_stop;                  // signalled together with m_stopping; constant once started
   IMsgProcessor* m_processor = nullptr; // m_lock until started, then constant

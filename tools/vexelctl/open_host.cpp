@@ -356,14 +356,15 @@ int OpenHost::Finish() {
     }
   }
   // On a thread of its own with a limit: it waits for all that is queued, and at a bad moment for ever.
+  // The release store pairs with the acquire loads below: who reads true sees all that the teardown has done.
   auto isOver = std::make_shared<std::atomic<bool>>(false);
   std::thread([isOver, this] {
     m_sdk.unInit();
-    isOver->store(true);
+    isOver->store(true, std::memory_order_release);
     SetEvent(m_wake);
   }).detach();
   const std::int64_t begin = m_output.Now();
-  while (!isOver->load() && m_output.Now() - begin < kEndLimitMs) {
+  while (!isOver->load(std::memory_order_acquire) && m_output.Now() - begin < kEndLimitMs) {
     MsgWaitForMultipleObjects(1, &m_wake, FALSE, 20, QS_ALLINPUT);
     MSG message;
     while (PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE) != 0) {
@@ -372,7 +373,7 @@ int OpenHost::Finish() {
     HandleEvents();
   }
   HandleEvents();
-  if (!isOver->load()) {
+  if (!isOver->load(std::memory_order_acquire)) {
     m_hasFailed = true;
     m_output.Note(
         0,

@@ -14,8 +14,9 @@
 /// the process's start, and a client channel for operators, which opens at the first one and waits for each reply.
 ///
 /// The operator thread makes it and writes to it, the message thread reads from it, host threads look at its flags.
-/// There is no lock in it: each flag has one writer, and relaxed order is enough for all of them, since a flag carries
-/// no other data with it and a reader that sees it a moment late is the documented race of the close path.
+/// There is no lock in it: each flag has one writer, but for the one that stops connecting, which any host thread may set
+/// and nobody clears. Relaxed order is enough for all of them, since a flag carries no other data with it and a reader
+/// that sees it a moment late is the documented race of the close path.
 class VexelSDKHelper {
 public:
   VexelSDKHelper() = default;
