@@ -2,11 +2,16 @@
 
 #include "vexelsdk/engine/vexel_sdk_thread.h"
 
+#include <array>
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
+#include <thread>
+#include <utility>
+#include <vector>
 
 /// The tests' window into the engine: its private accessors by their own names.
 class EngineProbe {
@@ -32,6 +37,22 @@ public:
     const std::lock_guard lock(m_engine->m_stateLock);
     return m_engine->m_operators.size();
   }
+  std::vector<SDK_OperatorData> QueuedRecords() {
+    const std::lock_guard lock(m_engine->m_stateLock);
+    return {m_engine->m_operators.begin(), m_engine->m_operators.end()};
+  }
+  /// The pair that is registered for an id, nothing when the tables have no entry.
+  std::optional<std::pair<BrowserCallback, void*>> CallbackOf(std::int32_t id) {
+    const std::lock_guard lock(m_engine->m_helperLock);
+    const auto callback = m_engine->m_callbacks.find(id);
+    const auto data = m_engine->m_callbackData.find(id);
+    if (callback == m_engine->m_callbacks.end() || data == m_engine->m_callbackData.end()) {
+      return std::nullopt;
+    }
+    return std::pair{callback->second, data->second};
+  }
+  /// The engine's threads: messages, operators, crash watch, kill list.
+  std::array<std::thread::id, 4> ThreadIds() { return m_engine->m_threadIds; }
   bool OperatorIsIdle() {
     const std::lock_guard lock(m_engine->m_stateLock);
     return m_engine->m_operatorIdle && m_engine->m_operators.empty();

@@ -1,3 +1,4 @@
+#include "tests/sim/handles.h"
 #include "tests/unit/engine/engine_test.h"
 
 #include <memory>
@@ -20,6 +21,7 @@ TEST_F(EngineState, FirstUseFromManyThreadsBuildsOneEngine) {
   for (const auto& engine : seen) {
     EXPECT_EQ(engine, seen.front());
   }
+  EXPECT_EQ(sim::OpenedHandles(sim::HandleKind::kEvent), 3); // of one engine, and none was built and thrown away
 }
 
 TEST_F(EngineState, ASecondEngineStartsEmptyWithIdOne) {
@@ -78,6 +80,11 @@ TEST_F(EngineState, LookingUpAnUnknownIdLeavesAnEntryThatTheThemeWalks) {
   const auto copy = Engine()->CopyIdToPid();
   ASSERT_TRUE(copy.contains(9));
   EXPECT_EQ(copy.at(9), 0u);
+}
+
+TEST_F(EngineState, LookingForALinkLeavesNoEntry) {
+  EXPECT_EQ(Probe().GetHelperByPid(9), nullptr);
+  EXPECT_EQ(Probe().Links(), 0u);
 }
 
 TEST_F(EngineState, BindingTiesBothWaysUnlessTheIdIsFinished) {

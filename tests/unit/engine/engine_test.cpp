@@ -75,6 +75,21 @@ bool EngineTest::DrainQueue() {
   return sim::WaitFor([] { return Probe().OperatorIsIdle(); });
 }
 
+bool EngineTest::HoldQueue() {
+  constexpr std::int32_t kNobody = 0x7000; // an id that nothing else uses; its record has no effect but the pause
+  if (!DrainQueue()) {
+    return false;
+  }
+  sim::SetClockSpeed(0);
+  Engine()->DoOperator(RecordOf(SDK_NONE, kNobody));
+  return sim::WaitFor([] { return Probe().Queued() == 0; });
+}
+
+bool EngineTest::ReleaseQueue() {
+  sim::SetClockSpeed(1);
+  return DrainQueue();
+}
+
 SDK_OperatorData EngineTest::RecordOf(SDK_Operator op, std::int32_t id) {
   SDK_OperatorData record;
   record.m_op = op;
@@ -141,6 +156,16 @@ std::vector<std::string> EngineTest::LogLines() {
     lines.push_back(line.substr(std::min(line.find("] ") + 2, line.size())));
     if (!lines.back().empty() && lines.back().back() == '\r') {
       lines.back().pop_back();
+    }
+  }
+  return lines;
+}
+
+std::vector<std::string> EngineTest::LogLinesOf(const std::string& function) {
+  std::vector<std::string> lines;
+  for (const std::string& line : LogLines()) {
+    if (line.starts_with(function + " ")) {
+      lines.push_back(line);
     }
   }
   return lines;

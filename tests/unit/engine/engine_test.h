@@ -56,6 +56,11 @@ protected:
 
   /// Waits until everything queued has been run.
   static bool DrainQueue();
+  /// Stops the clock with the operator thread in its pause, so that what is queued from now on stays in the queue. False
+  /// when the thread is not free.
+  static bool HoldQueue();
+  /// Lets the clock run again, and waits until everything queued has been run.
+  static bool ReleaseQueue();
 
   static SDK_OperatorData RecordOf(SDK_Operator op, std::int32_t id);
   static std::string EventText(std::int32_t id, std::uint32_t pid, const std::string& type, const std::string& param);
@@ -63,6 +68,8 @@ protected:
   /// The texts of the log's lines so far, without their headers.
   static std::vector<std::string> LogLines();
   static bool WaitForLog(const std::string& part);
+  /// Those of the log's lines that a function has written, by its name as the lines have it.
+  static std::vector<std::string> LogLinesOf(const std::string& function);
   static void LogAt(std::int32_t level);
 
 private:

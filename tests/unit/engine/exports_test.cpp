@@ -23,7 +23,7 @@ protected:
   Exports() { sim::InstallEditors(); }
 };
 
-TEST_F(Exports, InitMakesTheMutexAndPreloads) {
+TEST_F(Exports, InitPreloadsBothPrograms) {
   EXPECT_EQ(VexelSDK_Init(nullptr), 1);
   ASSERT_TRUE(DrainQueue());
   EXPECT_EQ(StartedPrograms(), 2);
@@ -100,6 +100,7 @@ TEST_F(Exports, OpenEditorCarriesItsArgumentsAndRefillsTheSlot) {
       << texts[0];
   EXPECT_NE(texts[1].find("\"type\":\"close\""), std::string::npos);
   EXPECT_NE(texts[2].find("\"open_type\":8,\"param\":\"\",\"path\":\"C:\\\\b.png\""), std::string::npos) << texts[2];
+  EXPECT_EQ(StartedPrograms(), 4); // for the first open, one of each to wait, and the successor of the one taken
 }
 
 TEST_F(Exports, AnEventBeforeTheRegistrationIsLost) {

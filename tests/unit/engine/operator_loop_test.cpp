@@ -1,4 +1,3 @@
-#include "tests/sim/clock.h"
 #include "tests/sim/faults.h"
 #include "tests/sim/world.h"
 #include "tests/unit/engine/engine_test.h"
@@ -20,7 +19,14 @@ TEST_F(OperatorGate, RefusesEverythingForAFinishedId) {
 }
 
 TEST_F(OperatorGate, QueuesAnyOtherOperatorAndTakesTheIdsProcess) {
-  EXPECT_TRUE(Engine()->DoOperator(RecordOf(SDK_SETPOS, 6)));
+  ASSERT_TRUE(HoldQueue());
+  Probe().BindIdToPid(5, 500);
+  EXPECT_TRUE(Engine()->DoOperator(RecordOf(SDK_SETPOS, 5)));
+  EXPECT_TRUE(Engine()->DoOperator(RecordOf(SDK_SETPOS, 6))); // which enters the id without a process
+  const auto queued = Probe().QueuedRecords();
+  ASSERT_EQ(queued.size(), 2u);
+  EXPECT_EQ(queued[0].m_pid, 500u);
+  EXPECT_EQ(queued[1].m_pid, 0u);
   const auto table = Engine()->CopyIdToPid();
   ASSERT_TRUE(table.contains(6));
   EXPECT_EQ(table.at(6), 0u);
@@ -86,23 +92,6 @@ TEST_F(OperatorLoop, RunsRecordsInOrderAtMostOneInTenMilliseconds) {
     EXPECT_EQ(events[static_cast<std::size_t>(id - 1)],
               EventText(id, 1000u + static_cast<std::uint32_t>(id), "custom_message", "open_pic_success"));
   }
-}
-
-TEST_F(OperatorLoop, ADroppedRecordCostsNoPause) {
-  constexpr int kDropped = 500;
-  Probe().BindIdToPid(1, 1001);
-  Engine()->SetCallback(1, Recorder(), this);
-  // One record first, so that the thread is in its pause while the others queue up.
-  Engine()->DoOperator(RecordOf(SDK_NONE, 40));
-  for (int i = 0; i < kDropped; ++i) {
-    Engine()->DoOperator(RecordOf(SDK_SETPOS, 41));
-  }
-  Probe().SetFinished(41);
-  Engine()->DoOperator(RecordOf(SDK_SETPOS, 1));
-  const std::uint64_t before = sim::NowMs();
-  ASSERT_TRUE(WaitForEvents(1));
-  // With a pause for each it would be five seconds: the limit is generous and still tells the two apart.
-  EXPECT_LT(sim::NowMs() - before, 3000u);
 }
 
 TEST_F(OperatorLoop, AFinishedIdZeroRefusesPreloadsAndStopsNothingElse) {
