@@ -175,9 +175,8 @@ protected:
 
 TEST_F(OpeningLog, OfAFirstOpenTellsOfNoOldProcessAndOfTheFirstPreload) {
   OpenAndWait(kWindow);
-  EXPECT_EQ(Lines(),
-            (std::vector{Open("nAppType=1, pName=webvexlaunch.exe"), Open("Invalid Old Process"),
-                         Open("Use Process " + Started(0)), Done(Started(1)), Done(Started(2))}));
+  EXPECT_EQ(Lines(), (std::vector{Open("nAppType=1, pName=webvexlaunch.exe"), Open("Invalid Old Process"),
+                                  Open("Use Process " + Started(0)), Done(Started(1)), Done(Started(2))}));
 }
 
 TEST_F(OpeningLog, OfAnOpenThatTakesTheWaitingProcessTellsOfTheRefill) {
@@ -215,8 +214,8 @@ TEST_F(OpeningLog, OfStartsThatFailEndsBeforeTheUse) {
 TEST_F(OpeningLog, OfATypeWithNoProgramHasNoName) {
   PreloadAndWait();
   OpenAndWait(kWindow, L"C:\\a.png", kAppType9);
-  EXPECT_EQ(Lines(), (std::vector{Done(Started(0)), Done(Started(1)), Open("nAppType=9, pName="),
-                                  Open("Invalid Old Process")}));
+  EXPECT_EQ(Lines(),
+            (std::vector{Done(Started(0)), Done(Started(1)), Open("nAppType=9, pName="), Open("Invalid Old Process")}));
 }
 
 TEST_F(OpeningLog, OfAnIdThatFinishedDuringTheStartUsesProcessZero) {
