@@ -75,6 +75,11 @@ bool EngineTest::DrainQueue() {
   return sim::WaitFor([] { return Probe().OperatorIsIdle(); });
 }
 
+bool EngineTest::WatchesStand() {
+  return sim::WaitFor(
+      [] { return sim::SomeoneWaitsFor(10) && sim::SomeoneWaitsFor(2000) && sim::SomeoneWaitsFor(5000); });
+}
+
 SDK_OperatorData EngineTest::RecordOf(SDK_Operator op, std::int32_t id) {
   SDK_OperatorData record;
   record.m_op = op;

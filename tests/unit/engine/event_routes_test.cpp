@@ -28,6 +28,7 @@ protected:
 
   /// Stops the clock with the world at rest, and forgets the events so far.
   void Stop() {
+    ASSERT_TRUE(WatchesStand());
     sim::SetClockSpeed(0);
     ASSERT_TRUE(sim::WaitForRest());
     NewEvents();

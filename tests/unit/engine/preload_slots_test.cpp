@@ -250,6 +250,7 @@ TEST_P(SlowEditor, IsWaitedForWithNoLockHeld) {
   sim::InstallProgram(sim::kLauncherPath, program);
   EngineTest::Open(kWindow);
   ASSERT_TRUE(sim::WaitFor([] { return sim::SomeoneWaitsFor(kSlowMs); }));
+  ASSERT_TRUE(WatchesStand());
   sim::SetClockSpeed(0);
   ASSERT_TRUE(sim::WaitForRest());
   EXPECT_TRUE(Probe().MutexesAreFree());

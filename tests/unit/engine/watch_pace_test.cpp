@@ -30,6 +30,7 @@ protected:
   /// With the clock running.
   std::int32_t OpenAndStop(platform::Window window) {
     const std::int32_t id = OpenAndWait(window);
+    EXPECT_TRUE(WatchesStand());
     sim::SetClockSpeed(0);
     EXPECT_TRUE(sim::WaitForRest());
     return id;
@@ -114,6 +115,7 @@ TEST_F(StandingWatch, SpendsNoSecondOnAWindowThatIsGone) {
   ASSERT_TRUE(sim::LetPass(1000 + kStepMs));
   EXPECT_EQ(Crashes().size(), 1u);
   EXPECT_EQ(sim::ExStyle(m_window), 0x100);
+  EXPECT_TRUE(sim::LetPass(2000)); // as above
 }
 
 TEST_F(StandingWatch, IsQuietWhenAnEndIsMarkedWithinTheSecond) {
@@ -168,6 +170,7 @@ TEST_F(StandingWatch, NeverTellsOfAnIdWithoutAWindowNorOfIdZero) {
   Probe().BindIdToPid(0, StartedPids().back());
   Probe().MapWindow(zeros, 0);
   Probe().RemoveWindow(m_window);
+  ASSERT_TRUE(WatchesStand());
   sim::SetClockSpeed(0);
   sim::CrashProcess(Pid(id));
   sim::CrashProcess(StartedPids().back());
@@ -213,16 +216,16 @@ TEST_F(StandingWatch, WritesNoLineNorDoesAnIdleKillThread) {
 
 class StandingKill : public EngineTest {
 protected:
-  /// Both programs preloaded, the clock stopped, the engine `m_began` old at least.
-  StandingKill() {
+  /// Both programs preloaded, the clock stopped from the engine's first moment on.
+  void SetUp() override {
     sim::InstallEditors();
     sim::SetClockSpeed(0);
     Preload();
     m_began = sim::NowMs();
-    // Each of the threads has come to its wait.
-    EXPECT_TRUE(sim::WaitFor([] { return sim::SomeoneWaitsFor(5000) && sim::SomeoneWaitsFor(2000); }));
-    EXPECT_TRUE(sim::LetPass(100));
-    EXPECT_EQ(StartedPrograms(), 2);
+    ASSERT_TRUE(WatchesStand());
+    ASSERT_TRUE(sim::WaitFor([] { return StartedPrograms() == 2; }));
+    ASSERT_TRUE(sim::LetPass(100));
+    ASSERT_TRUE(Probe().OperatorIsIdle());
   }
 
   /// Lets time pass until the engine has that age.
@@ -236,7 +239,7 @@ protected:
   }
 
 private:
-  std::uint64_t m_began;
+  std::uint64_t m_began = 0;
 };
 
 TEST_F(StandingKill, LooksAfterFiveSecondsAndASecondBehindEachEntry) {
@@ -327,12 +330,14 @@ public:
     const std::int32_t id = OpenAndWait(window);
     sim::SetClockSpeed(0);
     sim::CrashProcess(Pid(id));
-    const bool told = WaitForEvent("run_error"); // neither the pause nor the second of doubt takes any time
+    if (!WaitForEvent("run_error")) { // neither the pause nor the second of doubt takes any time
+      std::_Exit(1);
+    }
     const int signals = BeginTeardown();
     sim::WaitFor([&] { return sim::CallCount("SetEvent") >= signals + 2; });
     const int looks = sim::CallCount("OpenProcess");
     const bool goesOn = sim::WaitFor([&] { return sim::CallCount("OpenProcess") > looks + 100; });
-    std::_Exit(told && goesOn && !m_returned ? 7 : 1);
+    std::_Exit(goesOn && !m_returned ? 7 : 1);
   }
 
   void KillThreadRunsOn() {
