@@ -87,6 +87,8 @@ public:
     const std::lock_guard lock(m_engine->m_stateLock);
     return m_engine->m_killList;
   }
+  /// The slots of the programs. Only once the queue has drained: they are the operator thread's own.
+  std::map<std::wstring, std::uint32_t> PreloadPids() { return m_engine->m_preloadPids; }
   bool MutexesAreFree() {
     for (std::mutex* const lock :
          {&m_engine->m_helperLock, &m_engine->m_stateLock, &m_engine->m_exitLock, &m_engine->m_closeLock}) {

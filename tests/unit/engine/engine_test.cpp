@@ -90,6 +90,11 @@ bool EngineTest::ReleaseQueue() {
   return DrainQueue();
 }
 
+bool EngineTest::WatchesStand() {
+  return sim::WaitFor(
+      [] { return sim::SomeoneWaitsFor(10) && sim::SomeoneWaitsFor(2000) && sim::SomeoneWaitsFor(5000); });
+}
+
 SDK_OperatorData EngineTest::RecordOf(SDK_Operator op, std::int32_t id) {
   SDK_OperatorData record;
   record.m_op = op;

@@ -61,6 +61,9 @@ protected:
   static bool HoldQueue();
   /// Lets the clock run again, and waits until everything queued has been run.
   static bool ReleaseQueue();
+  /// Whether the threads that wait for time have come to their first wait, waiting for it. Before that a rest of the
+  /// world does not count them.
+  static bool WatchesStand();
 
   static SDK_OperatorData RecordOf(SDK_Operator op, std::int32_t id);
   static std::string EventText(std::int32_t id, std::uint32_t pid, const std::string& type, const std::string& param);

@@ -148,20 +148,6 @@ TEST_F(Opening, AReplacedProcessThatNeverConnectedIsEnded) {
   EXPECT_TRUE(Probe().KillList().contains(waiting));
 }
 
-TEST_F(Opening, AnOpenOnTheProcessInTheSlotStartsAnotherAndLeavesTheSlot) {
-  LogAt(vx::LOG_INFO);
-  Preload();
-  ASSERT_TRUE(DrainQueue());
-  const std::uint32_t slot = StartedPids()[0];
-  const std::int32_t id = Engine()->AllocateEditorId(kWindow);
-  Probe().BindIdToPid(id, slot);
-  Probe().GetHelperByPid(slot)->StopConnect();
-  OpenAndWait(kWindow);
-  EXPECT_TRUE(Holds(LogLines(), "Invalid Old Process"));
-  EXPECT_NE(Pid(id), slot);
-  EXPECT_NE(Pid(id), 0u);
-}
-
 TEST_F(Opening, APreloadedProcessThatDiedIsNotUsedAndNotListed) {
   LogAt(vx::LOG_INFO);
   Preload();

@@ -97,6 +97,48 @@ TEST(OperatorMessages, EmptyTextsKeepTheirKeys) {
             R"("tabwnd":0,"type":"open"})");
 }
 
+TEST(OperatorMessages, EmptyTextsOfTheOtherRowsKeepTheirKeysToo) {
+  const struct {
+    SDK_Operator op;
+    const char* text;
+  } rows[] = {
+      {SDK_SAVEAS, R"({"id":3,"path":"","process_id":5120,"status":true,"type":"saveas"})"},
+      {SDK_RUN_ERROR, R"({"id":3,"param":"","process_id":5120,"status":true,"type":"run_error"})"},
+      {SDK_CUSTOM_MESSAGE, R"({"id":3,"param":"","process_id":5120,"status":true,"type":"custom_message"})"},
+  };
+  for (const auto& row : rows) {
+    SDK_OperatorData record;
+    record.m_op = row.op;
+    EXPECT_EQ(OperatorMessageText(kPid, kId, record), row.text);
+  }
+}
+
+TEST(OperatorMessages, NumbersKeepTheirSign) {
+  SDK_OperatorData record = FullRecord(SDK_SETPOS);
+  record.m_rect = {-10, -20, -2147483647 - 1, 2147483647};
+  EXPECT_EQ(OperatorMessageText(kPid, -1, record),
+            R"({"h":2147483647,"id":-1,"process_id":5120,"status":true,"type":"setpos","w":-2147483648,"x":-10,)"
+            R"("y":-20})");
+  record = FullRecord(SDK_OPERATE);
+  record.m_type = -7;
+  EXPECT_EQ(OperatorMessageText(kPid, kId, record),
+            R"({"id":3,"operator":-7,"process_id":5120,"status":true,"type":"operator"})");
+  record.m_op = SDK_CHANGE_THEME;
+  record.m_themeMode = 1;
+  EXPECT_EQ(OperatorMessageText(kPid, kId, record),
+            R"({"id":3,"process_id":5120,"status":true,"theme_mode":1,"type":"change_theme_mode"})");
+}
+
+TEST(OperatorMessages, StatusIsThatOfTheRecordInEveryRow) {
+  for (std::int32_t op = 0; op <= 23; ++op) {
+    SDK_OperatorData record = FullRecord(static_cast<SDK_Operator>(op));
+    record.m_status = false;
+    const std::string text = OperatorMessageText(kPid, kId, record);
+    EXPECT_NE(text.find("\"status\":false"), std::string::npos) << text;
+    EXPECT_EQ(text.find("\"status\":true"), std::string::npos) << text;
+  }
+}
+
 TEST(OperatorMessages, LettersOutsideAsciiStandAsUtf8) {
   const std::string text = OperatorMessageText(kPid, kId, OpenOf(L"C:\\\u00e4\u4e2d\"\n"));
   EXPECT_NE(text.find("\"path\":\"C:\\\\\xC3\xA4\xE4\xB8\xAD\\\"\\n\""), std::string::npos) << text;

@@ -113,6 +113,59 @@ TEST_F(EditorHelper, AnOperatorBeforeAnyOpenTravelsWithIdZero) {
             "{\"id\":0,\"process_id\":" + PidText() + ",\"status\":true,\"type\":\"edit\"}");
 }
 
+TEST_F(EditorHelper, EveryMessageTravelsWithTheIdOfTheLastOpen) {
+  VexelSDKHelper helper;
+  ASSERT_TRUE(helper.StartServer(m_pid));
+  const struct {
+    SDK_Operator op;
+    std::int32_t id;
+    std::int32_t sentId;
+  } rows[] = {{SDK_OPEN_BARE, 3, 0}, {SDK_OPEN, 3, 3}, {SDK_SETPOS, 9, 3}, {SDK_CLOSE, 9, 3},
+              {SDK_OPEN_BARE, 9, 3}, {SDK_OPEN, 4, 4}, {SDK_OPERATE, 3, 4}};
+  std::size_t sent = 0;
+  for (const auto& row : rows) {
+    SDK_OperatorData record = RecordOf(row.op);
+    record.m_id = row.id;
+    record.m_pid = 99;
+    EXPECT_TRUE(helper.WriteOperator(record, nullptr));
+    const std::string text = sim::ReceivedTexts(m_pid).at(sent).text;
+    EXPECT_NE(text.find("\"id\":" + std::to_string(row.sentId) + ","), std::string::npos) << text;
+    EXPECT_NE(text.find("\"process_id\":" + PidText() + ","), std::string::npos) << text;
+    ++sent;
+  }
+}
+
+TEST_F(EditorHelper, AnOpenThatFindsNobodyStillGivesItsId) {
+  VexelSDKHelper helper;
+  ASSERT_TRUE(helper.StartServer(m_pid));
+  sim::FailNth("CreateToolhelp32Snapshot", 1); // so the editor reads as gone, for this once
+  bool sent = true;
+  EXPECT_FALSE(helper.WriteOperator(RecordOf(SDK_OPEN), &sent));
+  EXPECT_FALSE(sent);
+  EXPECT_TRUE(helper.WriteOperator(RecordOf(SDK_EDIT), nullptr));
+  EXPECT_EQ(sim::ReceivedTexts(m_pid).at(0).text,
+            "{\"id\":3,\"process_id\":" + PidText() + ",\"status\":true,\"type\":\"edit\"}");
+}
+
+TEST_F(EditorHelper, AnyReplyIsDeliveryAndNoneIsRead) {
+  const char* const replies[] = {"", "no json", R"({"type":"edit","status":true})",
+                                 R"({"type":"process_exit","process_id":1})", "error"};
+  VexelSDKHelper helper;
+  ASSERT_TRUE(helper.StartServer(m_pid));
+  for (const char* const reply : replies) {
+    sim::EditorStep step;
+    step.reply = reply;
+    sim::EditorScript script;
+    script.steps.push_back(step);
+    sim::AttachEditor(m_pid, script);
+    bool sent = false;
+    EXPECT_TRUE(helper.WriteOperator(RecordOf(SDK_EDIT), &sent)) << reply;
+    EXPECT_TRUE(sent);
+    EXPECT_FALSE(helper.IsModify());
+    EXPECT_TRUE(LogHolds("] VexelSDKHelper::WriteOperator respon=" + std::string(reply) + ", last_error=")) << Log();
+  }
+}
+
 TEST_F(EditorHelper, AFailedExchangeIsSentAndNotAccepted) {
   sim::EditorStep silent;
   silent.answer = sim::Answer::kNull;
