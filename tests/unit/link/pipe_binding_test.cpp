@@ -132,4 +132,12 @@ TEST_F(PipeBinding, AModuleWithoutABackslashHasNoDirectory) {
   EXPECT_EQ(std::wstring(buffer), L"C:\\a/");
 }
 
+TEST_F(PipeBinding, APathOfMoreThan260UnitsIsCutBeforeItsFolderIsTaken) {
+  wchar_t buffer[520] = {};
+  const std::wstring folder = L"C:\\" + std::wstring(250, L'a') + L"\\";
+  sim::ReportExecutablePath(folder + std::wstring(50, L'b') + L"\\browser.exe");
+  ASSERT_TRUE(BuildModuleDirectory(nullptr, buffer));
+  EXPECT_EQ(std::wstring(buffer), folder);
+}
+
 } // namespace

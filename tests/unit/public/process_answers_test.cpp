@@ -14,6 +14,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
+#include <cstdlib>
 #include <functional>
 #include <string>
 #include <vector>
@@ -253,6 +255,44 @@ TEST_F(ProcessAnswers, EachEntryOfPsapiButOneIsNeededForAWholeTable) {
     psapi.GetModuleFileNameExW(nullptr, nullptr, buffer, 260);
     EXPECT_EQ(sim::RequestedEntries().size() - lookups, psapi.IsComplete() ? 0u : 6u) << entry;
   }
+}
+
+// The first lookup of a process happens once, so each of these has a process of its own.
+
+TEST(FirstLookup, ThatFindsNoDrivesIsNotMadeUpForLater) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EXIT(
+      {
+        sim::ProcessSpec spec;
+        spec.path = kProgram;
+        spec.moduleRoute = false;
+        const std::uint32_t pid = sim::StartProcess(spec);
+        sim::FailNth("GetLogicalDriveStringsW", 1);
+        const std::wstring first = GetProcessPath(pid);
+        const std::wstring later = GetProcessPath(pid);
+        std::fprintf(stderr, "%s, %s, read %d", sim::Narrow(first).c_str(), sim::Narrow(later).c_str(),
+                     sim::CallCount("GetLogicalDriveStringsW"));
+        std::_Exit(0);
+      },
+      testing::ExitedWithCode(0), "^.device.harddiskvolume1.dir.a.exe, .device.harddiskvolume1.dir.a.exe, read 1$");
+}
+
+TEST(FirstLookup, ReadsTheDrivesOnceAndOnlyForAProcessThatOpens) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EXIT(
+      {
+        sim::ProcessSpec spec;
+        spec.path = kProgram;
+        const std::uint32_t pid = sim::StartProcess(spec);
+        GetProcessPath(4711);
+        const int before = sim::CallCount("GetLogicalDriveStringsW");
+        GetProcessPath(pid);
+        const int first = sim::CallCount("GetLogicalDriveStringsW");
+        GetProcessPath(pid);
+        std::fprintf(stderr, "read %d, %d, %d", before, first, sim::CallCount("GetLogicalDriveStringsW"));
+        std::_Exit(0);
+      },
+      testing::ExitedWithCode(0), "^read 0, 1, 1$");
 }
 
 } // namespace
