@@ -16,6 +16,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <functional>
 #include <string>
 #include <vector>
@@ -198,6 +199,38 @@ TEST_F(ProcessAnswers, CreationTimesFollowTheTimeZone) {
   EXPECT_EQ(GetProcessCreateTime(pid), created);
 }
 
+/// The C library's time zone, while it lives.
+class CTimeZone {
+public:
+  explicit CTimeZone(const char* zone) {
+    const char* const before = std::getenv("TZ");
+    m_had = before != nullptr;
+    m_before = m_had ? before : "";
+    ::setenv("TZ", zone, 1);
+    ::tzset();
+  }
+  ~CTimeZone() {
+    if (m_had) {
+      ::setenv("TZ", m_before.c_str(), 1);
+    } else {
+      ::unsetenv("TZ");
+    }
+    ::tzset();
+  }
+  CTimeZone(const CTimeZone&) = delete;
+  CTimeZone& operator=(const CTimeZone&) = delete;
+
+private:
+  bool m_had = false;
+  std::string m_before;
+};
+
+TEST_F(ProcessAnswers, ACreationTimeIsReadAsLocalTimeWithoutDaylightSaving) {
+  const CTimeZone zone("CET-1CEST,M3.5.0,M10.5.0/3");
+  const std::int64_t july = sim::StepsOf({2026, 7, 1, 13, 3, 10, 44, 0}); // in UTC; an hour later in the world's zone
+  EXPECT_EQ(GetProcessCreateTime(Start([july](sim::ProcessSpec& spec) { spec.created = july; })), 1783912244u);
+}
+
 TEST_F(ProcessAnswers, ACreationTimeWithOneEmptyHalfIsOne) {
   constexpr std::int64_t kHighOnly = std::int64_t{0x01DC0000} << 32;
   EXPECT_NE(GetProcessCreateTime(Start([](sim::ProcessSpec& spec) { spec.created = kHighOnly; })), 0u);
@@ -210,6 +243,49 @@ TEST_F(ProcessAnswers, ACreationTimeThatCannotBeReadIsUnknownAndLeavesNoHandle) 
   EXPECT_EQ(GetProcessCreateTime(ended), 0u);
   EXPECT_EQ(GetProcessCreateTime(Start([](sim::ProcessSpec& spec) { spec.timesReadable = false; })), 0u);
   EXPECT_EQ(sim::OpenHandles(sim::HandleKind::kProcess), 0);
+}
+
+TEST_F(ProcessAnswers, LookingForAPathAsksForAllRightsThenForTheOneToQuery) {
+  constexpr std::uint32_t kReadMemory = 0x10;
+  const struct {
+    std::uint32_t granted;
+    const wchar_t* path;
+    int opens;
+  } rows[] = {
+      {platform::kProcessAllAccess, L"C:\\Dir\\A.exe", 1},
+      {platform::kProcessAllAccess & ~platform::kProcessTerminate, L"c:\\dir\\a.exe", 2},
+      {platform::kProcessQueryInformation | kReadMemory, L"c:\\dir\\a.exe", 2}, // enough, but never asked for
+      {platform::kProcessQueryInformation, L"c:\\dir\\a.exe", 2},
+      {kReadMemory, L"", 2},
+  };
+  for (const auto& row : rows) {
+    const std::uint32_t pid = Start([&](sim::ProcessSpec& spec) { spec.grantedAccess = row.granted; });
+    const int before = sim::CallCount("OpenProcess");
+    EXPECT_EQ(GetProcessPath(pid), row.path) << row.granted;
+    EXPECT_EQ(sim::CallCount("OpenProcess") - before, row.opens) << row.granted;
+  }
+  EXPECT_EQ(sim::OpenHandles(sim::HandleKind::kProcess), 0);
+}
+
+TEST_F(ProcessAnswers, TheRightToQueryIsEnoughForACreationTime) {
+  const std::uint32_t pid =
+      Start([](sim::ProcessSpec& spec) { spec.grantedAccess = platform::kProcessQueryInformation; });
+  EXPECT_NE(GetProcessCreateTime(pid), 0u);
+}
+
+TEST_F(ProcessAnswers, PathsAreReadInto260Units) {
+  const auto pathOf = [](std::size_t units, bool moduleRoute) {
+    return GetProcessPath(Start([&](sim::ProcessSpec& spec) {
+      spec.moduleRoute = moduleRoute;
+      spec.moduleText = L"C:\\" + std::wstring(units - 3, L'A');
+      spec.imageText = L"\\Other\\" + std::wstring(units - 7, L'A');
+    }));
+  };
+  // The one route cuts what is longer, the other has nothing then.
+  EXPECT_EQ(pathOf(259, true), L"C:\\" + std::wstring(256, L'A'));
+  EXPECT_EQ(pathOf(300, true), L"C:\\" + std::wstring(256, L'A'));
+  EXPECT_EQ(pathOf(259, false), L"\\other\\" + std::wstring(252, L'a'));
+  EXPECT_EQ(pathOf(260, false), L"");
 }
 
 TEST_F(ProcessAnswers, ARunningPathIsComparedWholeAndInAnyCaseButNotRewritten) {
