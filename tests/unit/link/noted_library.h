@@ -53,37 +53,37 @@ private:
   class Server final : public PipeServer {
   public:
     void* DeletingDestructor(unsigned /*flag*/) override {
-      s_current->calls.push_back("~PipeServer");
+      s_current->calls.emplace_back("~PipeServer");
       return this;
     }
     void SetMsgProcessor(IMsgProcessor* receiver) override {
-      s_current->calls.push_back("SetMsgProcessor");
+      s_current->calls.emplace_back("SetMsgProcessor");
       s_current->processor = receiver;
     }
     std::int32_t Start(const char* name) override {
-      s_current->calls.push_back(std::string("Start ") + name);
+      s_current->calls.emplace_back(std::string("Start ") + name);
       return s_current->start();
     }
   };
 
   static std::uint32_t CltConnectServer(const char* name) {
-    s_current->calls.push_back(std::string("CltConnectServer ") + name);
+    s_current->calls.emplace_back(std::string("CltConnectServer ") + name);
     return s_current->connect();
   }
   static void CltDisConnect(std::uint32_t connection) {
-    s_current->calls.push_back("CltDisConnect " + std::to_string(connection));
+    s_current->calls.emplace_back("CltDisConnect " + std::to_string(connection));
   }
   static const char* CltComunicate(std::uint32_t connection, const char* text) {
-    s_current->calls.push_back("CltComunicate " + std::to_string(connection));
+    s_current->calls.emplace_back("CltComunicate " + std::to_string(connection));
     s_current->texts.emplace_back(text);
     return s_current->communicate();
   }
   static PipeServer* CreatePipeSvr() {
-    s_current->calls.push_back("CreatePipeSvr");
+    s_current->calls.emplace_back("CreatePipeSvr");
     return s_current->create() ? &s_current->m_server : nullptr;
   }
   static void ReleasePipeSvr(PipeServer* server) {
-    s_current->calls.push_back(server == &s_current->m_server ? "ReleasePipeSvr" : "ReleasePipeSvr of another");
+    s_current->calls.emplace_back(server == &s_current->m_server ? "ReleasePipeSvr" : "ReleasePipeSvr of another");
     s_current->release();
   }
 
