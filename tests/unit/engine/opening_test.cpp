@@ -3,6 +3,7 @@
 #include "tests/sim/faults.h"
 #include "tests/sim/file.h"
 #include "tests/unit/engine/engine_test.h"
+#include "tests/unit/log_lines.h"
 #include "tests/unit/number_behind.h"
 
 #include <algorithm>
@@ -98,6 +99,35 @@ TEST_F(Opening, AnApplicationTypeWithNoProgramIsSilence) {
   EXPECT_EQ(Pid(id), 0u);
   EXPECT_TRUE(Events().empty());
   EXPECT_EQ(StartedPrograms(), 2);
+}
+
+TEST_F(Opening, EachOpenTellsTheNumberAndTheProgramThatItStandsFor) {
+  LogAt(vx::LOG_INFO);
+  sim::FailAlways("CreateProcessW", 5);
+  const struct {
+    const wchar_t* param;
+    const char* told;
+  } rows[] = {
+      {L"", "nAppType=1, pName=webvexlaunch.exe"},
+      {L"not base64", "nAppType=1, pName=webvexlaunch.exe"},
+      {kAppType2, "nAppType=2, pName=vxpixeleditor.exe"},
+      {kAppType9, "nAppType=9, pName="},
+      {L"L2FwcHR5cGU6eA==", "nAppType=0, pName="},                                      // /apptype:x
+      {L"L2FwcHR5cGU6LTc=", "nAppType=-7, pName="},                                     // /apptype:-7
+      {L"L1BpY19QYXJhbTpMMkZ3Y0hSNWNHVTZNZz09", "nAppType=2, pName=vxpixeleditor.exe"}, // /Pic_Param: around kAppType2
+  };
+  std::vector<std::string> expected;
+  for (const auto& row : rows) {
+    expected.push_back(std::string("INFO VexelSDKThread::HandleOpenProcess ") + row.told);
+    OpenAndWait(kWindow, L"C:\\a.png", row.param);
+  }
+  std::vector<std::string> told;
+  for (const std::string& line : ::LogLines(L"C:\\Host\\log\\browser.vexelsdk.dll.log")) {
+    if (line.find("nAppType=") != std::string::npos) {
+      told.push_back(line);
+    }
+  }
+  EXPECT_EQ(told, expected);
 }
 
 TEST_F(Opening, AFailedStartIsSilenceAndALaterOpenTriesAgain) {

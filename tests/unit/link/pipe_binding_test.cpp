@@ -1,5 +1,7 @@
 #include "vexelsdk/link/pipe_binding.h"
 
+#include "platform/module.h"
+#include "tests/sim/faults.h"
 #include "tests/sim/file.h"
 #include "tests/sim/module.h"
 #include "tests/sim/process.h"
@@ -7,6 +9,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -14,6 +17,12 @@ namespace {
 
 constexpr wchar_t kBesideHost[] = L"C:\\Host\\vpipearm64.dll";
 constexpr wchar_t kBesideSdk[] = L"C:\\Vexel\\vpipearm64.dll";
+constexpr wchar_t kElsewhere[] = L"D:\\Other\\vpipearm64.dll";
+
+std::vector<std::string> Sorted(std::vector<std::string> names) {
+  std::sort(names.begin(), names.end());
+  return names;
+}
 
 class PipeBinding : public testing::Test {
 protected:
@@ -56,6 +65,49 @@ TEST_F(PipeBinding, TakesTheCopyInTheProcessAndNeverUnloadsIt) {
   EXPECT_EQ(sim::ReferenceCount(kBesideHost), 1);
 }
 
+TEST_F(PipeBinding, TakesACopyThatSomebodyLoadedFromAnotherFolder) {
+  sim::AddPipeLibrary(kElsewhere);
+  sim::AddPipeLibrary(kBesideHost);
+  ASSERT_NE(platform::LoadLibraryW(kElsewhere), nullptr);
+  const std::size_t attempts = sim::LoadRequests().size();
+  const PipeServerBinding server;
+  PipeServer* const made = server.CreatePipeSvr();
+  ASSERT_NE(made, nullptr);
+  server.ReleasePipeSvr(made);
+  const PipeClientBinding client;
+  EXPECT_EQ(sim::LoadRequests().size(), attempts);
+  EXPECT_EQ(sim::ReferenceCount(kBesideHost), 0);
+  EXPECT_EQ(sim::ReferenceCount(kElsewhere), 1);
+}
+
+TEST_F(PipeBinding, ALoadThatFailsOnceSendsAClientOnAndAServerBackToTheSamePlace) {
+  sim::AddPipeLibrary(kBesideHost);
+  sim::AddPipeLibrary(kBesideSdk);
+  sim::FailNth("LoadLibraryW", 1);
+  { const PipeServerBinding server; }
+  EXPECT_EQ(sim::LoadRequests(), (std::vector<std::wstring>{kBesideHost, kBesideHost}));
+  EXPECT_EQ(sim::ReferenceCount(kBesideHost), 1);
+  sim::Reset();
+  sim::AddPipeLibrary(kBesideHost);
+  sim::AddPipeLibrary(kBesideSdk);
+  sim::FailNth("LoadLibraryW", 1);
+  { const PipeClientBinding client; }
+  EXPECT_EQ(sim::LoadRequests(), (std::vector<std::wstring>{kBesideHost, kBesideSdk}));
+  EXPECT_EQ(sim::ReferenceCount(kBesideSdk), 1);
+  EXPECT_EQ(sim::CallCount("FreeLibrary"), 0);
+}
+
+TEST_F(PipeBinding, LooksUpItsOwnEntriesByTheirExactNames) {
+  sim::AddPipeLibrary(kBesideHost);
+  { const PipeClientBinding client; }
+  EXPECT_EQ(Sorted(sim::RequestedEntries()),
+            (std::vector<std::string>{"CltComunicate", "CltConnectServer", "CltDisConnect"}));
+  { const PipeServerBinding server; }
+  EXPECT_EQ(Sorted(sim::RequestedEntries()),
+            (std::vector<std::string>{"CltComunicate", "CltConnectServer", "CltDisConnect", "CreatePipeSvr",
+                                      "ReleasePipeSvr"}));
+}
+
 TEST_F(PipeBinding, AnEntryThatTheLibraryLacksStaysNull) {
   sim::AddPipeLibrary(kBesideHost);
   sim::RemoveEntry("CltConnectServer");
@@ -78,6 +130,14 @@ TEST_F(PipeBinding, AModuleWithoutABackslashHasNoDirectory) {
   sim::ReportExecutablePath(L"C:\\a/\\browser.exe"); // what is left ends in a separator already
   ASSERT_TRUE(BuildModuleDirectory(nullptr, buffer));
   EXPECT_EQ(std::wstring(buffer), L"C:\\a/");
+}
+
+TEST_F(PipeBinding, APathOfMoreThan260UnitsIsCutBeforeItsFolderIsTaken) {
+  wchar_t buffer[520] = {};
+  const std::wstring folder = L"C:\\" + std::wstring(250, L'a') + L"\\";
+  sim::ReportExecutablePath(folder + std::wstring(50, L'b') + L"\\browser.exe");
+  ASSERT_TRUE(BuildModuleDirectory(nullptr, buffer));
+  EXPECT_EQ(std::wstring(buffer), folder);
 }
 
 } // namespace

@@ -98,6 +98,27 @@ TEST(ReaderMsgProc, DropsTheProbeTextWhereverItStands) {
   EXPECT_EQ(reader->PopMessage(), "");
 }
 
+TEST(ReaderMsgProc, ADroppedProbeDoesNotPartTwins) {
+  ReaderMsgProcPtr reader = MakeReader();
+  for (const char* const text : {"same", "testserver", "same"}) {
+    EXPECT_EQ(reader->OnMessage(text), 0);
+  }
+  EXPECT_EQ(reader->PopMessage(), "same");
+  EXPECT_EQ(reader->PopMessage(), "");
+}
+
+TEST(ReaderMsgProc, KeepsWhatOnlyResemblesTheNewestTextOrTheProbe) {
+  const std::vector<std::string> texts = {"same", "sam", "same ", "Same", "testServer", "test server", "estserver"};
+  ReaderMsgProcPtr reader = MakeReader();
+  for (const std::string& text : texts) {
+    EXPECT_EQ(reader->OnMessage(text.c_str()), 0);
+    EXPECT_TRUE(reader->WaitForArrival(0)) << text;
+  }
+  for (const std::string& text : texts) {
+    EXPECT_EQ(reader->PopMessage(), text);
+  }
+}
+
 TEST(ReaderMsgProc, TakesNothingFromNullOrAnEmptyText) {
   ReaderMsgProcPtr reader = MakeReader();
   EXPECT_EQ(reader->OnMessage(nullptr), 0);
