@@ -239,6 +239,27 @@ TEST_F(Faults, AConversionThatNeedsMoreRoomAsksOnce) {
   EXPECT_EQ(sim::CallCount("MultiByteToWideChar"), 3);
 }
 
+TEST_F(Faults, UpToTheLongestFormAConversionIsOneCall) {
+  for (const std::size_t length : {0u, 31u, 32u, 127u, 128u, 5000u}) {
+    const int narrowings = sim::CallCount("WideCharToMultiByte");
+    const vx::NarrowText narrow(std::wstring(length, L'\u20AC').c_str(), platform::kCodePageUtf8);
+    EXPECT_EQ(narrow.Length(), 3 * length);
+    EXPECT_EQ(sim::CallCount("WideCharToMultiByte"), narrowings + 1) << length;
+    const int widenings = sim::CallCount("MultiByteToWideChar");
+    const vx::WideText wide(std::string(length, '\xFF').c_str(), platform::kCodePageUtf8);
+    EXPECT_EQ(wide.Length(), length);
+    EXPECT_EQ(sim::CallCount("MultiByteToWideChar"), widenings + 1) << length;
+  }
+}
+
+TEST_F(Faults, TheSecondCallOfAWholeConversionIsNotExamined) {
+  sim::FailNth("WideCharToMultiByte", 2);
+  EXPECT_EQ(vx::WideToUtf8(L"a\u00E9"), std::string(3, '\0'));
+  sim::FailNth("MultiByteToWideChar", 2);
+  EXPECT_EQ(vx::MultiByteToWide("a\xC3\xA9", platform::kCodePageUtf8), std::wstring(2, L'\0'));
+  EXPECT_EQ(sim::FaultsFired(), 2);
+}
+
 TEST_F(Faults, AConversionThatFailsTwiceOrOtherwiseThrows) {
   for (const std::uint32_t error : {122u, 87u, 1113u}) {
     sim::FailAlways("WideCharToMultiByte", error);
@@ -305,6 +326,10 @@ TEST_F(Faults, AFolderLookupThatFailsLeavesASeparator) {
   sim::FailAlways("SHGetSpecialFolderPathW");
   EXPECT_EQ(vx::GetSpecialFolder(28, nullptr), L"\\");
   EXPECT_EQ(vx::GetConfigFilePath(), L"\\norvelVexel\\config_temp.ini");
+  static int token; // any that is not null
+  sim::FailAlways("SHGetFolderPathW");
+  EXPECT_EQ(vx::GetSpecialFolder(28, &token), L"\\");
+  EXPECT_EQ(sim::CallCount("SHGetFolderPathW"), 1);
 }
 
 TEST_F(Faults, TheConfigurationsPathIsTheUsersAndItsFolderIsMadeOnlyOnce) {
