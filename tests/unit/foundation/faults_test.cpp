@@ -6,7 +6,6 @@
 #include "foundation/text_codecs.h"
 #include "platform/error.h"
 #include "platform/sync.h"
-#include "tests/sim/debug.h"
 #include "tests/sim/faults.h"
 #include "tests/sim/handles.h"
 #include "tests/sim/registry.h"
@@ -219,13 +218,6 @@ TEST_F(Faults, OneFaultAnywhereCostsTheLogAtMostItsOwnLine) {
       ASSERT_LT(nth, 100) << operation;
     }
   }
-}
-
-using FaultsDeathTest = Faults;
-
-TEST_F(FaultsDeathTest, AFatalStatementBreaksAndEndsTheProcessWithStatus1) {
-  testing::FLAGS_gtest_death_test_style = "threadsafe";
-  EXPECT_EXIT(SDKLOG(LOG_FATAL) << std::string(5000, 'x'), testing::ExitedWithCode(1), "ExitNow\\(1\\)");
 }
 
 TEST_F(Faults, AConversionThatNeedsMoreRoomAsksOnce) {

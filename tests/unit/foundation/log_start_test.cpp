@@ -200,10 +200,19 @@ TEST_F(LogStart, AnOldFileThatCanNotBeDeletedIsGoneOnWith) {
 void LogWhileAStartIsHeldBack(const std::function<void()>& beforeItGoesOn) {
   sim::ForeignMutex held(test::kLogLock);
   const int yields = sim::CallCount("Sleep");
-  std::thread starter([] { test::Log("x"); });
-  EXPECT_TRUE(sim::WaitFor([] { return sim::CallCount("WaitForSingleObject") == 1; }));
-  std::thread second([] { test::Log("x"); });
-  EXPECT_TRUE(sim::WaitFor([yields] { return sim::CallCount("Sleep") >= yields + 3; }));
+  std::atomic<int> ended{0};
+  const auto log = [&ended] {
+    test::Log("x");
+    ++ended;
+  };
+  std::thread starter(log);
+  EXPECT_TRUE(sim::WaitFor([&] { return ended != 0 || sim::CallCount("WaitForSingleObject") == 1; }));
+  std::thread second(log);
+  EXPECT_TRUE(sim::WaitFor([&] {
+    return ended != 0 || sim::CallCount("WaitForSingleObject") != 1 || sim::CallCount("Sleep") >= yields + 3;
+  }));
+  EXPECT_EQ(sim::CallCount("WaitForSingleObject"), 1); // the second has come to no lock
+  EXPECT_EQ(ended, 0);
   EXPECT_EQ(vx::log_init_state.load(), 1);
   EXPECT_EQ(sim::CallCount("CreateFileW"), 0); // nothing is opened without the lock
   beforeItGoesOn();
