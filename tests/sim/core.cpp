@@ -22,7 +22,8 @@ struct Core {
   std::mutex mutex;
   bool stopping = false;
   std::uint32_t nextThreadId = 7000;
-  int foreignThreads = 0; // threads of tests and of the code under test that called in and still live
+  std::uint32_t chosenThreadId = 0; // of the next thread alone, 0: none chosen
+  int foreignThreads = 0;           // threads of tests and of the code under test that called in and still live
   std::condition_variable threadEnded;
   std::vector<std::thread> ownThreads;
   int liveOwnThreads = 0;
@@ -51,8 +52,11 @@ public:
       ++TheCore().foreignThreads;
       BeginTurn(lock);
     }
-    id = TheCore().nextThreadId;
-    TheCore().nextThreadId += 4;
+    id = std::exchange(TheCore().chosenThreadId, 0);
+    if (id == 0) {
+      id = TheCore().nextThreadId;
+      TheCore().nextThreadId += 4;
+    }
   }
   ~ThreadRecord() {
     const Lock lock = TakeLock();
@@ -223,6 +227,7 @@ void Reset() {
   }
   core.tasks.clear();
   core.schedulerRuns = false;
+  core.chosenThreadId = 0;
   ResetPipeLibrary();
   ResetHandles();
   ResetSync();
@@ -244,6 +249,11 @@ void Reset() {
 void After(std::uint32_t milliseconds, std::function<void()> task) {
   const Lock lock = TakeLock();
   Schedule(DeadlineIn(milliseconds), std::move(task));
+}
+
+void SetNextThreadId(std::uint32_t id) {
+  const Lock lock = TakeLock();
+  TheCore().chosenThreadId = id;
 }
 
 int LiveThreads() {

@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <utility>
 
 #include "platform/debug.h"
 #include "tests/sim/core.h"
@@ -17,6 +18,7 @@ struct Debug {
   int breaks = 0;
   std::vector<std::uint32_t> exits;
   ExitAction action = ExitAction::kEndProgram;
+  std::function<void()> look;
 };
 
 Debug& TheDebug() {
@@ -43,6 +45,11 @@ void SetExitAction(ExitAction action) {
   TheDebug().action = action;
 }
 
+void AtExitNow(std::function<void()> look) {
+  const Lock lock = TakeLock();
+  TheDebug().look = std::move(look);
+}
+
 std::vector<std::uint32_t> ExitStatuses() {
   const Lock lock = TakeLock();
   return TheDebug().exits;
@@ -64,13 +71,18 @@ void DebugBreak() {
 
 void ExitNow(std::uint32_t status) {
   sim::ExitAction action;
+  std::function<void()> look;
   {
     const sim::internal::Call call("ExitNow");
     sim::TheDebug().exits.push_back(status);
     action = sim::TheDebug().action;
+    look = sim::TheDebug().look;
   }
   if (action == sim::ExitAction::kThrow) {
     throw sim::ProcessExit{status};
+  }
+  if (look) {
+    look();
   }
   std::fprintf(stderr, "simulated platform: ExitNow(%u)\n", status);
   std::fflush(stderr);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -26,6 +27,10 @@ enum class ExitAction {
 
 /// What ExitNow does after it was recorded; kEndProgram in a fresh world.
 void SetExitAction(ExitAction action);
+
+/// Runs before ExitNow ends the program, on the thread that called it: what a death test wants to see of the world that
+/// ends there, it writes to stderr. None in a fresh world.
+void AtExitNow(std::function<void()> look);
 
 /// The statuses given to ExitNow, in order.
 std::vector<std::uint32_t> ExitStatuses();

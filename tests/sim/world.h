@@ -45,6 +45,10 @@ bool WaitFor(const std::function<bool()>& condition, int seconds = 200);
 /// The threads that called the platform and still run, without the main thread and those of the simulated system.
 int LiveThreads();
 
+/// The thread id of the next thread that calls the platform for the first time, and of that one alone. No living thread
+/// may have it; those that nobody chose begin at 7000.
+void SetNextThreadId(std::uint32_t id);
+
 /// UTF-8 as UTF-16 with one code unit in each wchar_t, as the system under test holds it: a character above U+FFFF
 /// becomes two of them, which an L"" literal of the native compiler would not give.
 std::wstring Wide(std::string_view utf8);

@@ -4,6 +4,7 @@
 
 #include <array>
 #include <cstdint>
+#include <ostream>
 #include <string>
 #include <string_view>
 
@@ -16,6 +17,8 @@ struct Case {
   std::string_view input;
   std::string_view output;
 };
+
+void PrintTo(const Case& row, std::ostream* out) { *out << row.name; }
 
 std::string Decode(std::string_view input) { return vx::Base64Decode(input.data(), input.size()); }
 
@@ -67,6 +70,15 @@ TEST(Base64, InnerPaddingShortensTheCountAndKeepsTheBytes) {
   std::array<unsigned char, 6> output{};
   EXPECT_EQ(vx::Base64DecodeBlock(output.data(), "QQ==QUJD", 8, vx::Base64DecodeTable), 4u);
   EXPECT_EQ(output, (std::array<unsigned char, 6>{'A', 0, 0, 'A', 'B', 'C'}));
+}
+
+TEST(Base64, ABlockDecodesByTheTableThatItIsGiven) {
+  std::array<std::uint32_t, 128> table{};
+  table['x'] = 63;
+  table['-'] = 64;
+  std::array<unsigned char, 6> output{};
+  EXPECT_EQ(vx::Base64DecodeBlock(output.data(), "QUJDxx--", 8, table.data()), 4u);
+  EXPECT_EQ(output, (std::array<unsigned char, 6>{0, 0, 0, 0xFF, 0xF0, 0}));
 }
 
 TEST(Base64, EveryByteComesBack) {

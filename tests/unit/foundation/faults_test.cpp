@@ -6,7 +6,6 @@
 #include "foundation/text_codecs.h"
 #include "platform/error.h"
 #include "platform/sync.h"
-#include "tests/sim/debug.h"
 #include "tests/sim/faults.h"
 #include "tests/sim/handles.h"
 #include "tests/sim/registry.h"
@@ -221,13 +220,6 @@ TEST_F(Faults, OneFaultAnywhereCostsTheLogAtMostItsOwnLine) {
   }
 }
 
-using FaultsDeathTest = Faults;
-
-TEST_F(FaultsDeathTest, AFatalStatementBreaksAndEndsTheProcessWithStatus1) {
-  testing::FLAGS_gtest_death_test_style = "threadsafe";
-  EXPECT_EXIT(SDKLOG(LOG_FATAL) << std::string(5000, 'x'), testing::ExitedWithCode(1), "ExitNow\\(1\\)");
-}
-
 TEST_F(Faults, AConversionThatNeedsMoreRoomAsksOnce) {
   sim::FailNth("WideCharToMultiByte", 1, sim::kOnce, 122);
   const vx::NarrowText narrow(L"text", platform::kCodePageUtf8);
@@ -237,6 +229,27 @@ TEST_F(Faults, AConversionThatNeedsMoreRoomAsksOnce) {
   const vx::WideText wide("text", platform::kCodePageUtf8);
   EXPECT_EQ(std::wstring(wide.Get()), L"text");
   EXPECT_EQ(sim::CallCount("MultiByteToWideChar"), 3);
+}
+
+TEST_F(Faults, UpToTheLongestFormAConversionIsOneCall) {
+  for (const std::size_t length : {0u, 31u, 32u, 127u, 128u, 5000u}) {
+    const int narrowings = sim::CallCount("WideCharToMultiByte");
+    const vx::NarrowText narrow(std::wstring(length, L'\u20AC').c_str(), platform::kCodePageUtf8);
+    EXPECT_EQ(narrow.Length(), 3 * length);
+    EXPECT_EQ(sim::CallCount("WideCharToMultiByte"), narrowings + 1) << length;
+    const int widenings = sim::CallCount("MultiByteToWideChar");
+    const vx::WideText wide(std::string(length, '\xFF').c_str(), platform::kCodePageUtf8);
+    EXPECT_EQ(wide.Length(), length);
+    EXPECT_EQ(sim::CallCount("MultiByteToWideChar"), widenings + 1) << length;
+  }
+}
+
+TEST_F(Faults, TheSecondCallOfAWholeConversionIsNotExamined) {
+  sim::FailNth("WideCharToMultiByte", 2);
+  EXPECT_EQ(vx::WideToUtf8(L"a\u00E9"), std::string(3, '\0'));
+  sim::FailNth("MultiByteToWideChar", 2);
+  EXPECT_EQ(vx::MultiByteToWide("a\xC3\xA9", platform::kCodePageUtf8), std::wstring(2, L'\0'));
+  EXPECT_EQ(sim::FaultsFired(), 2);
 }
 
 TEST_F(Faults, AConversionThatFailsTwiceOrOtherwiseThrows) {
@@ -305,6 +318,10 @@ TEST_F(Faults, AFolderLookupThatFailsLeavesASeparator) {
   sim::FailAlways("SHGetSpecialFolderPathW");
   EXPECT_EQ(vx::GetSpecialFolder(28, nullptr), L"\\");
   EXPECT_EQ(vx::GetConfigFilePath(), L"\\norvelVexel\\config_temp.ini");
+  static int token; // any that is not null
+  sim::FailAlways("SHGetFolderPathW");
+  EXPECT_EQ(vx::GetSpecialFolder(28, &token), L"\\");
+  EXPECT_EQ(sim::CallCount("SHGetFolderPathW"), 1);
 }
 
 TEST_F(Faults, TheConfigurationsPathIsTheUsersAndItsFolderIsMadeOnlyOnce) {

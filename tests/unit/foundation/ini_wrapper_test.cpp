@@ -6,6 +6,7 @@
 
 #include <cstring>
 #include <limits>
+#include <ostream>
 #include <string>
 #include <string_view>
 #include <type_traits>
@@ -38,6 +39,8 @@ struct ParseCase {
   bool whole;
   std::wstring built;
 };
+
+void PrintTo(const ParseCase& row, std::ostream* out) { *out << row.name; }
 
 class IniText : public testing::TestWithParam<ParseCase> {};
 
@@ -75,6 +78,11 @@ INSTANTIATE_TEST_SUITE_P(
         ParseCase{"LastLineNeedsNoEnd", L"[a]\nk=v", true, L"[a]\r\nk=v\r\n"},
         ParseCase{"BracketsInAKeyLineAreAKey", L"[a]\n[k]=v\n", true, L"[a]\r\n[k]=v\r\n"},
         ParseCase{"LineInBracketsIsASectionWhateverItHolds", L"[a]\n[k=v]\nx=1\n", true, L"[k=v]\r\nx=1\r\n"},
+        ParseCase{"KeyBeforeAnySectionStandsUnderTheEmptyName", L"[k=1\nl=2\n", true, L"[]\r\n[k=1\r\nl=2\r\n"},
+        ParseCase{"WhiteSpaceAroundASectionLineGoes", L"[a]\n\t [b] \t\nk=v\n", true, L"[b]\r\nk=v\r\n"},
+        ParseCase{"TabsInsideBracketsStay", L"[\ta ]\nk=v\n", true, L"[\ta]\r\nk=v\r\n"},
+        ParseCase{"OrderIsThatOfTheUnits", L"[a]\nab=1\na_b=2\na b=3\na\u00E9=4\nA0=5\n", true,
+                  L"[a]\r\na b=3\r\na0=5\r\na_b=2\r\nab=1\r\na\u00E9=4\r\n"},
         ParseCase{"LaterLineOfAKeyWins", L"[a]\nk=1\nK=2\n", true, L"[a]\r\nk=2\r\n"}),
     [](const auto& entry) { return std::string(entry.param.name); });
 
@@ -167,6 +175,8 @@ struct Form {
   IniEncoding encoding;
   std::string bytes; // of "[a]\r\nk=\u00E9\r\n"
 };
+
+void PrintTo(const Form& row, std::ostream* out) { *out << row.name; }
 
 class IniFile : public testing::TestWithParam<Form> {};
 
@@ -276,6 +286,24 @@ TEST(IniWrapper, AByteOrderMarkHasNoEffect) {
     EXPECT_TRUE(ini.Load(path.c_str(), encoding, kKeep));
     EXPECT_EQ(TextOf(ini), L"[a]\r\nk=3\r\n");
   }
+  for (const char* mark : {"\xEF\xBB\xBF", ""}) { // narrow text holds no wide bracket, with the mark or without
+    test::WriteBytes(path, mark + "[a]\r\nk=3\r\n"s);
+    KIniWrapper ini;
+    ini.SetInt(L"a", L"k", 4);
+    EXPECT_TRUE(ini.Load(path.c_str(), INI_UTF16, kKeep));
+    EXPECT_EQ(TextOf(ini), L"");
+  }
+}
+
+TEST(IniWrapper, WideTextIsSavedInItsWholeLength) {
+  const test::FreshFolder folder;
+  const std::wstring path = folder.Path(L"a.ini");
+  KIniWrapper ini;
+  std::wstring section = L"a";
+  std::wstring key = L"k";
+  ini.SetValue(section, key, L"1\0002"s);
+  EXPECT_TRUE(ini.Save(path.c_str(), INI_UTF16));
+  EXPECT_EQ(test::ReadBytes(path), "\xFF\xFE[\0a\0]\0\r\0\n\0k\0=\0001\0\0\0002\0\r\0\n\0"s);
 }
 
 TEST(IniWrapper, ACarriageReturnAloneEndsALine) {

@@ -72,7 +72,7 @@ TEST(Paths, APlainFileIsNoFolderAndNoTreeIsMadeOverIt) {
   EXPECT_EQ(test::ReadBytes(path), "x");
 }
 
-TEST(Paths, TheConfigurationLiesInAFolderThatIsMadeAgain) {
+TEST(Paths, TheConfigurationLiesInAFolderThatIsThere) {
   const std::wstring path = vx::GetConfigFilePath();
   const std::wstring folder = vx::GetSpecialFolder(28, nullptr) + L"norvelVexel\\";
   EXPECT_EQ(path, folder + L"config_temp.ini");

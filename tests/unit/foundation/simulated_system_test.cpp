@@ -6,6 +6,7 @@
 #include "platform/sync.h"
 #include "tests/sim/faults.h"
 #include "tests/sim/file.h"
+#include "tests/sim/module.h"
 #include "tests/sim/process.h"
 #include "tests/sim/registry.h"
 #include "tests/sim/world.h"
@@ -53,6 +54,34 @@ TEST_F(SimulatedSystem, TheSpecialFolderOfATokenIsThatOfItsUser) {
   EXPECT_EQ(vx::GetSpecialFolder(platform::kCsidlLocalAppData, nullptr), std::wstring(sim::kLocalAppData) + L"\\");
   EXPECT_TRUE(platform::CloseHandle(token));
   EXPECT_TRUE(platform::CloseHandle(process));
+}
+
+TEST_F(SimulatedSystem, TheConfigurationsFolderIsMadeAgainWhenItHasGoneAndItsPathStandsWhenItCanNotBe) {
+  const std::wstring folder = std::wstring(sim::kLocalAppData) + L"\\norvelVexel";
+  vx::GetConfigFilePath();
+  sim::RemovePath(folder);
+  EXPECT_EQ(vx::GetConfigFilePath(), folder + L"\\config_temp.ini");
+  EXPECT_TRUE(sim::FolderExists(folder));
+  sim::RemovePath(folder);
+  sim::SetReadOnly(sim::kLocalAppData);
+  EXPECT_EQ(vx::GetConfigFilePath(), folder + L"\\config_temp.ini");
+  EXPECT_FALSE(sim::FolderExists(folder));
+}
+
+TEST_F(SimulatedSystem, AFolderThatIsThereByNowCountsAsMade) {
+  sim::FailNth("CreateDirectoryW", 1, sim::kOnce, 183);
+  EXPECT_TRUE(vx::CreateDirectoryTree(L"C:\\a\\b"));
+  EXPECT_EQ(sim::CallCount("CreateDirectoryW"), 1);
+  sim::FailNth("CreateDirectoryW", 3, sim::kOnce, 183); // the parent is made by the second
+  EXPECT_TRUE(vx::CreateDirectoryTree(L"C:\\a\\b"));
+  EXPECT_EQ(sim::CallCount("CreateDirectoryW"), 4);
+  EXPECT_TRUE(sim::FolderExists(L"C:\\a"));
+}
+
+TEST_F(SimulatedSystem, APathThatIsTooLongIsCut) {
+  const std::wstring path = L"C:\\" + std::wstring(300, L'a');
+  sim::ReportExecutablePath(path);
+  EXPECT_EQ(vx::GetModuleFilePath(nullptr), path.substr(0, 259));
 }
 
 TEST_F(SimulatedSystem, AnIniFileOfFourGibibytesIsNotTaken) {

@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <limits>
+#include <ostream>
 #include <string>
 
 namespace {
@@ -20,6 +21,8 @@ struct Pair {
   std::wstring wide;
   std::string narrow;
 };
+
+void PrintTo(const Pair& row, std::ostream* out) { *out << row.name; }
 
 class Utf8Text : public testing::TestWithParam<Pair> {};
 

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <ostream>
 #include <string>
 
 namespace {
@@ -30,6 +31,8 @@ struct WireRow {
   std::int32_t op;
   const char* text;
 };
+
+void PrintTo(const WireRow& row, std::ostream* out) { *out << "operator " << row.op; }
 
 class OperatorMessage : public testing::TestWithParam<WireRow> {};
 
@@ -175,7 +178,9 @@ struct InboundRow {
   std::int64_t exitedPid; // -1: none
 };
 
-void PrintTo(const InboundRow& row, std::ostream* out) { *out << row.text; }
+void PrintTo(const InboundRow& row, std::ostream* out) {
+  *out << testing::PrintToString(std::string(row.text)); // bytes that are no text become escapes
+}
 
 class EditorText : public testing::TestWithParam<InboundRow> {};
 

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdio>
 
 #include "platform/debug.h"
 #include "platform/error.h"
@@ -180,6 +181,14 @@ TEST_F(SimFaults, ExitNowIsRecordedAndDoesNotReturn) {
 TEST(SimFaultsDeathTest, ExitNowEndsTheProgramWithItsStatus) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   EXPECT_EXIT(platform::ExitNow(7), testing::ExitedWithCode(7), "ExitNow\\(7\\)");
+}
+
+TEST(SimFaultsDeathTest, ALastLookSeesTheWorldThatEnds) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  const sim::World world;
+  platform::DebugBreak();
+  sim::AtExitNow([] { std::fprintf(stderr, "breaks=%d\n", sim::DebugBreaks()); });
+  EXPECT_EXIT(platform::ExitNow(7), testing::ExitedWithCode(7), "^breaks=1\nsimulated platform: ExitNow\\(7\\)");
 }
 
 } // namespace

@@ -111,4 +111,19 @@ TEST_F(SimWorld, ManyThreadsShareOneWorld) {
   EXPECT_EQ(sim::OpenHandles(), 0);
 }
 
+TEST_F(SimWorld, AThreadIdIsChosenForOneThreadAlone) {
+  const auto idOfANewThread = [] {
+    std::uint32_t id = 0;
+    std::thread([&id] { id = platform::GetCurrentThreadId(); }).join();
+    return id;
+  };
+  sim::SetNextThreadId(4816);
+  EXPECT_NE(platform::GetCurrentThreadId(), 4816u); // this one had its own before
+  EXPECT_EQ(idOfANewThread(), 4816u);
+  EXPECT_GE(idOfANewThread(), 7000u);
+  sim::SetNextThreadId(4816);
+  sim::Reset();
+  EXPECT_GE(idOfANewThread(), 7000u);
+}
+
 } // namespace
