@@ -7,6 +7,7 @@
 
 #include "tools/vexelctl/console.h"
 #include "tools/vexelctl/param_check.h"
+#include "tools/vexelctl/text.h"
 #include "tools/vexelctl/windows_util.h"
 
 namespace vexelctl {
@@ -165,7 +166,7 @@ void OpenHost::Interrupt() {
 
 void OpenHost::Handle(const HostEvent& event) {
   Picture& picture = m_pictures[event.id];
-  const Json json = Json::parse(event.text, nullptr, false);
+  const Json json = IsNestedDeep(event.text) ? Json(Json::value_t::discarded) : Json::parse(event.text, nullptr, false);
   const std::string type = json.is_object() ? TextOf(json, "type") : "";
   const std::string param = json.is_object() ? TextOf(json, "param") : "";
   const bool isCrash = type == VEXELSDK_EVENT_RUN_ERROR;

@@ -1,6 +1,7 @@
 #include "tools/vexelctl/text.h"
 
-#include <cstdint>
+#include <algorithm>
+#include <cstddef>
 
 namespace vexelctl {
 namespace {
@@ -111,6 +112,11 @@ std::string Shortened(std::string_view text, std::size_t length) {
     ++count;
   }
   return std::string(text);
+}
+
+bool IsNestedDeep(std::string_view json) {
+  constexpr std::ptrdiff_t kDeep = 1000;
+  return std::count_if(json.begin(), json.end(), [](char letter) { return letter == '[' || letter == '{'; }) > kDeep;
 }
 
 std::string_view Trimmed(std::string_view text) {

@@ -24,6 +24,13 @@ TEST(Text, XmlLosesNothingAndGainsNothing) {
   EXPECT_EQ(XmlEscaped("<a b=\"c\">&\n\xFF"), "&lt;a b=&quot;c&quot;&gt;&amp; \xEF\xBF\xBD");
 }
 
+TEST(Text, BracketsThatCouldNestDeepAreFound) {
+  EXPECT_FALSE(IsNestedDeep(""));
+  EXPECT_FALSE(IsNestedDeep(std::string(1000, '[')));
+  EXPECT_TRUE(IsNestedDeep(std::string(1001, '[')));
+  EXPECT_TRUE(IsNestedDeep(std::string(600, '[') + std::string(600, '{')));
+}
+
 TEST(Text, ShorteningCountsLettersNotBytes) {
   EXPECT_EQ(Shortened("\xC3\xBC\xC3\xBC\xC3\xBC", 3), "\xC3\xBC\xC3\xBC\xC3\xBC");
   EXPECT_EQ(Shortened("\xC3\xBC\xC3\xBC\xC3\xBC", 2), "\xC3\xBC\xE2\x80\xA6");

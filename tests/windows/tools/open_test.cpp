@@ -39,6 +39,26 @@ TEST_F(Vexelctl, OpenKeepsACloseBackUntilTheProcessIsThere) {
   EXPECT_LT(came, closed);
 }
 
+TEST_F(Vexelctl, OpenGivesEachEventAsItCame) {
+  const std::string deep(60000, '[');
+  const std::string odd = R"({"type":"odd","a":1.10,"a":123456789012345678901234567890})";
+  WriteFileBytes(File(L"events.txt"), odd + "\n" + deep + "\n");
+  const Variable zoo(L"VEXEL_EDITOR_ZOO", (L"events=@" + File(L"events.txt")).c_str());
+  const Result result = Run(L"open --limit 100 --json a.bmp", "expect \"odd\"\nexpect [[[\nquit\n");
+  EXPECT_EQ(result.code, 0U) << result.out.substr(0, 3000) << result.err;
+  bool isOddSeen = false;
+  bool isDeepSeen = false;
+  for (const Json& line : JsonLines(result.out)) {
+    if (!line.contains("event")) {
+      continue;
+    }
+    isOddSeen = isOddSeen || (line.at("text") == odd && line.at("event").is_object());
+    isDeepSeen = isDeepSeen || (line.at("text") == deep && line.at("event") == deep);
+  }
+  EXPECT_TRUE(isOddSeen);
+  EXPECT_TRUE(isDeepSeen);
+}
+
 TEST_F(Vexelctl, OpenClosesNothingWithoutThePipeLibrary) {
   std::filesystem::remove(File(L"vpipearm64.dll"));
   const Result result = Run(L"open --limit 100 a.bmp", "expect open_pic_process_success\nclose\n");
