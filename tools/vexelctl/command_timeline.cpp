@@ -58,7 +58,7 @@ int RunTimeline(const TimelineOptions& options) {
                 kExitInput);
   }
   const std::string title = ToUtf8(NameOf(ToWide(options.file)));
-  const std::string day = records.empty() ? "" : records.front().time.substr(0, 10);
+  const std::string day = DateText(timeline.begin / 1000000);
   std::string error;
   const std::string text = isSvg ? TimelineSvg(timeline, title + ", " + day) : TimelineTrace(timeline, title);
   if (!WriteWhole(options.output, text, &error)) {
