@@ -14,7 +14,7 @@ namespace {
 bool EndsWith(const std::string& text, const char* end) {
   const std::wstring wide = ToWide(text);
   const std::wstring wideEnd = ToWide(end);
-  return wide.size() > wideEnd.size() && _wcsicmp(wide.c_str() + wide.size() - wideEnd.size(), wideEnd.c_str()) == 0;
+  return wide.size() >= wideEnd.size() && _wcsicmp(wide.c_str() + wide.size() - wideEnd.size(), wideEnd.c_str()) == 0;
 }
 
 bool WriteWhole(const std::string& path, const std::string& text, std::string* error) {

@@ -29,7 +29,7 @@ public:
   /// Milliseconds since the start. From any thread.
   std::int64_t Now() const;
 
-  /// A call of the host with its result; null for a call without one.
+  /// A call of the host with its result; null for a call without one. Id 0 for what belongs to none.
   void Call(std::int32_t id, const std::string& what, Json::value_type result, Colour colour = Colour::kNone) const;
 
   /// What the person has to know and no event tells; id 0 for what belongs to none.

@@ -16,6 +16,9 @@ std::string MendWidened(std::string_view text);
 /// The text with the letters that mean something in XML written as entities, and control letters as blanks.
 std::string XmlEscaped(std::string_view text);
 
+/// The text for a console: control letters and what is no UTF-8 as the letter that stands for the unknown, tabs as blanks.
+std::string Printable(std::string_view text);
+
 /// At most `length` letters of a UTF-8 text, the last one an ellipsis when it was cut. `length` is at least 1.
 std::string Shortened(std::string_view text, std::size_t length);
 

@@ -24,6 +24,17 @@ TEST(Text, XmlLosesNothingAndGainsNothing) {
   EXPECT_EQ(XmlEscaped("<a b=\"c\">&\n\xFF"), "&lt;a b=&quot;c&quot;&gt;&amp; \xEF\xBF\xBD");
 }
 
+TEST(Text, WhatAConsoleWouldObeyIsReplaced) {
+  const std::string unknown = "\xEF\xBF\xBD";
+  EXPECT_EQ(Printable("a\xC3\xBC \xE2\x82\xAC"), "a\xC3\xBC \xE2\x82\xAC");
+  EXPECT_EQ(Printable("\x1b[31m"), unknown + "[31m");
+  EXPECT_EQ(Printable("a\tb\rc\x7F"), "a b" + unknown + "c" + unknown);
+  EXPECT_EQ(Printable("\xC2\x9B"
+                      "1m\xC2\xA0"),
+            unknown + "1m\xC2\xA0");
+  EXPECT_EQ(Printable("\xFF\xC2"), unknown + unknown);
+}
+
 TEST(Text, BracketsThatCouldNestDeepAreFound) {
   EXPECT_FALSE(IsNestedDeep(""));
   EXPECT_FALSE(IsNestedDeep(std::string(1000, '[')));
