@@ -95,9 +95,12 @@ int wmain(int count, wchar_t** arguments) {
   openCommand->add_option("picture", open.pictures, "pictures, each for a window of its own")->type_name("PICTURE");
   openCommand->add_option("--type", open.openType, "the open type, a number for the editor (1)")->type_name("N");
   CLI::Option* const param =
-      openCommand->add_option("--param", open.param, "the open parameter, base64 text")->type_name("TEXT");
-  openCommand->add_option("--app", open.app, "the parameter that selects a program: 1 webvexlaunch, 2 vxpixeleditor")
-      ->type_name("N")
+      openCommand->add_option("--param", open.param, "the open parameter, base64 text; not with --app")
+          ->option_text("TEXT");
+  openCommand
+      ->add_option("--app", open.app,
+                   "the parameter that selects a program: 1 webvexlaunch, 2 vxpixeleditor; not with --param")
+      ->option_text("N")
       ->check([](const std::string& number) {
         return number == "1" || number == "2" ? std::string() : "'" + number + "' is no program: write 1 or 2";
       })
@@ -146,8 +149,8 @@ int wmain(int count, wchar_t** arguments) {
       ->check(isCount);
   CLI::Option* const follow =
       logCommand->add_flag("-f,--follow", log.isFollowing, "go on with what is added, until Ctrl+C");
-  logCommand->add_option("--for", log.forSeconds, "follow for so long")
-      ->type_name("SECONDS")
+  logCommand->add_option("--for", log.forSeconds, "with --follow: for so long")
+      ->option_text("SECONDS")
       ->check(isTime)
       ->needs(follow);
   AddJson(logCommand, &log.isJson);
