@@ -131,8 +131,8 @@ const char* const kCommandHelp = "  move X Y W H          where the editor shows
                                  "  quit                  close what is open, and leave\n"
                                  "  help                  this list\n"
                                  "A command goes to the picture that was opened last, with '@ID' in front to that id,\n"
-                                 "and with '@all' to every id; open, theme, wait, quit and help go to none. Empty "
-                                 "lines and lines that begin with # are passed over.\n";
+                                 "and with '@all' to every id; open, theme, wait, quit and help go to none.\n"
+                                 "Empty lines and lines that begin with # are passed over.\n";
 
 bool ReadCommand(std::string_view line, Command* command, std::string* error) {
   *command = Command();
