@@ -64,6 +64,20 @@ bool ReadTypedLine(std::string* line) {
 
 void Write(std::FILE* stream, std::string_view text) {
   const std::lock_guard<std::mutex> guard(g_lock);
+  const HANDLE console = GetStdHandle(stream == stdout ? STD_OUTPUT_HANDLE : STD_ERROR_HANDLE);
+  if (DWORD mode = 0; GetConsoleMode(console, &mode) != 0) {
+    // As letters: the runtime may hand bytes on one by one, which tears a letter of several apart.
+    const std::wstring letters = ToWide(text);
+    for (std::size_t at = 0; at < letters.size();) {
+      const auto size = static_cast<DWORD>(std::min<std::size_t>(letters.size() - at, 8000));
+      DWORD done = 0;
+      if (WriteConsoleW(console, letters.data() + at, size, &done, nullptr) == 0 || done == 0) {
+        return;
+      }
+      at += done;
+    }
+    return;
+  }
   std::fwrite(text.data(), 1, text.size(), stream);
   std::fflush(stream);
 }
