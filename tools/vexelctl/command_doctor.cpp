@@ -67,7 +67,7 @@ private:
 };
 
 std::vector<Finding> Doctor::Look() {
-  Add(Grade::kNote, "host",
+  Add(Grade::kFine, "host",
       ToUtf8(m_host) + (m_options.host.empty() ? " (this program; --host looks at another)" : ""));
   LookAtSdk();
   LookAtPipeLibrary();
@@ -85,7 +85,8 @@ void Doctor::LookAtSdk() {
   std::string error;
   if (!sdk.Load(m_sdk, &error)) {
     Add(Grade::kProblem, "sdk", error,
-        "put vexelsdk.dll of version " VEXELSDK_VERSION_STRING " for " + OwnMachine() + " there");
+        "put vexelsdk.dll of version " VEXELSDK_VERSION_STRING " for " + OwnMachine() +
+            " there, or use the vexelctl beside it");
     return;
   }
   const std::optional<FileVersion> version = VersionOf(m_sdk);
@@ -204,12 +205,19 @@ void Doctor::LookAtLog() {
   Add(Grade::kFine, "log level",
       std::to_string(level.level) + ", " + kNames[level.level] + " (" +
           (level.stored.has_value() ? key + " is " + std::to_string(*level.stored)
+           : level.isLong           ? "the default: " + key + " is longer than a REG_DWORD, and does not count"
                                     : "the default: " + key + " is absent") +
           ")" +
           (level.level < 2 ? "; at this level a CloseEditor before \"open_pic_process_success\" ends the host" : ""));
 
   const std::wstring path = LogPathOf(m_host, m_sdk);
   const std::wstring folder = FolderOf(path);
+  if (const std::wstring name = folder.substr(0, folder.size() - 1); IsFile(name)) {
+    Add(Grade::kNote, "log file",
+        ToUtf8(name) + " is a file, so " + ToUtf8(NameOf(path)) + " cannot be made: nothing is logged",
+        "move that file away");
+    return;
+  }
   const HANDLE file = CreateFileW(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
                                   OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
   if (file != INVALID_HANDLE_VALUE) {
@@ -393,6 +401,9 @@ const char* NameOf(Grade grade) { return grade == Grade::kFine ? "ok" : grade ==
 int RunDoctor(const DoctorOptions& options) {
   if (!options.host.empty() && !IsFile(FullPath(ToWide(options.host)))) {
     return Fail("there is no program '" + options.host + "'", kExitInput);
+  }
+  if (!options.host.empty() && MachineOf(FullPath(ToWide(options.host))).empty()) {
+    return Fail("'" + options.host + "' is no program", kExitInput);
   }
   const std::vector<Finding> findings = Doctor(options).Look();
   std::size_t problems = 0;

@@ -1,6 +1,7 @@
 #include "tools/vexelctl/commands.h"
 #include "tools/vexelctl/console.h"
 #include "tools/vexelctl/log_file.h"
+#include "tools/vexelctl/text.h"
 #include "tools/vexelctl/windows_util.h"
 
 #include <windows.h>
@@ -50,6 +51,9 @@ void Print(const LogRecord& record, bool isJson) {
     json["source"] = record.source;
     json["function"] = record.function;
     json["message"] = record.message;
+    if (record.kind == LogKind::kContinuation) {
+      json["continued"] = true;
+    }
     if (record.kind == LogKind::kQueued) {
       json["operation"] = OperationName(record.op);
     }
@@ -57,19 +61,19 @@ void Print(const LogRecord& record, bool isJson) {
     return;
   }
   if (record.kind == LogKind::kContinuation) {
-    PrintLine("    " + record.message);
+    PrintLine("    " + Printable(record.message));
     return;
   }
   const std::string id = record.id.has_value() && *record.id != 0 ? "id " + std::to_string(*record.id) : "";
   const std::string pid = record.pid.value_or(0) != 0 ? "pid " + std::to_string(*record.pid) : "";
   // The class says nothing that the function's name does not.
   const std::string function = record.function.substr(record.function.rfind(':') + 1);
-  std::string message = record.message;
+  std::string message = Printable(record.message);
   if (record.kind == LogKind::kQueued) {
     message = OperationName(record.op) + Painted(Colour::kGrey, "  " + message);
   }
   PrintLine(Painted(Colour::kGrey, record.time + "  run " + std::to_string(record.run)) + "  " + Padded(id, 6) + " " +
-            Padded(pid, 10) + " " + Padded(function, 20) + " " + Painted(ColourOf(record), message));
+            Padded(pid, 10) + " " + Padded(Printable(function), 20) + " " + Painted(ColourOf(record), message));
 }
 
 // Relaxed: it carries no other data with it, and seen late it costs one pass more. Set by the system's thread for Ctrl+C.

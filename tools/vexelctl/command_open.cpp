@@ -6,8 +6,6 @@
 
 #include <windows.h>
 
-#include <cstdio>
-#include <iostream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -34,7 +32,7 @@ int RunOpen(const OpenOptions& options) {
   if (!host->CreateClass()) {
     return kExitInput;
   }
-  // Before the library starts any process.
+  // Before the first open, with which the library starts processes.
   std::vector<HWND> windows;
   for (const std::wstring& path : paths) {
     windows.push_back(host->MakeWindow(path));
@@ -42,18 +40,20 @@ int RunOpen(const OpenOptions& options) {
       return Fail("no window can be made: is there a display?", kExitInput);
     }
   }
-  sdk.init(nullptr);
+  if (IsTyped() && !options.isJson) {
+    PrintLine("commands, one in a line; 'help' lists them");
+  }
   for (std::size_t i = 0; i < paths.size(); ++i) {
     host->OpenIn(windows[i], paths[i]);
   }
   std::thread([host] {
-    for (std::string line; std::getline(std::cin, line);) {
-      host->TakeLine(line.substr(0, line.find('\r')));
+    for (std::string line; ReadLine(&line);) {
+      host->TakeLine(line);
     }
     host->EndOfInput();
   }).detach();
   const int code = host->Run();
-  std::fflush(nullptr);
+  EndConsole();
   // That thread sits in a read, and would hold up the runtime's end.
   TerminateProcess(GetCurrentProcess(), static_cast<UINT>(code));
   return code;

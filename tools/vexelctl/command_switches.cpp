@@ -4,6 +4,8 @@
 #include "tools/vexelctl/switch_values.h"
 #include "tools/vexelctl/windows_util.h"
 
+#include <windows.h>
+
 #include <nlohmann/json.hpp>
 
 namespace vexelctl {
@@ -57,10 +59,11 @@ int RunSwitches(const QuestionOptions& options) {
     if (!options.isJson) {
       bool isThere = false;
       for (const SwitchValue& entry : stored.values) {
-        isThere = isThere || entry.name == name;
+        isThere = isThere ||
+                  CompareStringOrdinal(ToWide(entry.name).c_str(), -1, ToWide(name).c_str(), -1, TRUE) == CSTR_EQUAL;
       }
       const std::string meaning = Meaning(value, isThere);
-      PrintLine("GetSwitchValue    " + name + " = " + std::to_string(value) +
+      PrintLine("GetSwitchValue    " + (name.empty() ? "(default)" : name) + " = " + std::to_string(value) +
                 (meaning.empty() ? "" : Painted(Colour::kGrey, "  (" + meaning + ")")));
     }
   }

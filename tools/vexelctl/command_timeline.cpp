@@ -14,7 +14,7 @@ namespace {
 bool EndsWith(const std::string& text, const char* end) {
   const std::wstring wide = ToWide(text);
   const std::wstring wideEnd = ToWide(end);
-  return wide.size() > wideEnd.size() && _wcsicmp(wide.c_str() + wide.size() - wideEnd.size(), wideEnd.c_str()) == 0;
+  return wide.size() >= wideEnd.size() && _wcsicmp(wide.c_str() + wide.size() - wideEnd.size(), wideEnd.c_str()) == 0;
 }
 
 bool WriteWhole(const std::string& path, const std::string& text, std::string* error) {
@@ -58,7 +58,7 @@ int RunTimeline(const TimelineOptions& options) {
                 kExitInput);
   }
   const std::string title = ToUtf8(NameOf(ToWide(options.file)));
-  const std::string day = records.empty() ? "" : records.front().time.substr(0, 10);
+  const std::string day = DateText(timeline.begin / 1000000);
   std::string error;
   const std::string text = isSvg ? TimelineSvg(timeline, title + ", " + day) : TimelineTrace(timeline, title);
   if (!WriteWhole(options.output, text, &error)) {

@@ -17,6 +17,15 @@ enum class Colour { kNone, kRed, kGreen, kYellow, kBlue, kGrey, kBold };
 /// Sets up standard output: colours when a person looks, or as `when` says ("auto", "always", "never").
 void StartConsole(const std::string& when);
 
+/// Leaves the console as StartConsole found it. Before the end of the program, more than once does no harm.
+void EndConsole();
+
+/// Whether standard input is a console.
+bool IsTyped();
+
+/// Reads the next line of standard input, as UTF-8 and without its end. False behind the last one. One thread at a time.
+bool ReadLine(std::string* line);
+
 /// The text in a colour, or as it is where colours are off.
 std::string Painted(Colour colour, std::string_view text);
 

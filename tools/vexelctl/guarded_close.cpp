@@ -1,7 +1,5 @@
 #include "tools/vexelctl/guarded_close.h"
 
-#include <cstdio>
-
 #include <windows.h>
 
 #include "tools/vexelctl/console.h"
@@ -17,7 +15,7 @@ LONG CALLBACK OnException(EXCEPTION_POINTERS* pointers) {
     return EXCEPTION_CONTINUE_SEARCH;
   }
   Warn(*g_sentence);
-  std::fflush(nullptr);
+  EndConsole();
   TerminateProcess(GetCurrentProcess(), kExitProblem);
   return EXCEPTION_CONTINUE_SEARCH;
 }

@@ -126,13 +126,7 @@ template <typename Number> std::optional<Number> NumberOf(const Json& object, co
 }
 
 void ReadJson(std::string_view text, LogRecord* record) {
-  // A text from outside may nest as deep as it likes; what is deeper than any message is no message.
-  constexpr std::size_t kDeep = 1000;
-  std::size_t depth = 0;
-  for (const char letter : text) {
-    depth += letter == '[' || letter == '{' ? 1U : 0U;
-  }
-  if (depth > kDeep) {
+  if (IsNestedDeep(text)) {
     return;
   }
   const Json json = Json::parse(text, nullptr, false);

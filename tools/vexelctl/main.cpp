@@ -9,6 +9,7 @@
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
+#include <charconv>
 #include <cstdio>
 #include <cstdlib>
 
@@ -32,6 +33,21 @@ void AddSdk(CLI::App* command, std::string* sdk) {
 
 void AddJson(CLI::App* command, bool* isJson) { command->add_flag("--json", *isJson, "JSON, for machines"); }
 
+void AddColour(CLI::App* command, std::string* colour) {
+  command->add_option("--color", *colour, "auto, always or never")
+      ->type_name("WHEN")
+      ->check([](const std::string& when) {
+        return when == "auto" || when == "always" || when == "never" ? std::string() : "write auto, always or never";
+      });
+}
+
+struct ConsoleEnd {
+  ConsoleEnd() = default;
+  ~ConsoleEnd() { EndConsole(); }
+  ConsoleEnd(const ConsoleEnd&) = delete;
+  ConsoleEnd& operator=(const ConsoleEnd&) = delete;
+};
+
 // CLI11 says what is wrong in a text of its own; one line of it is enough, and the help is one word away.
 int FailUsage(const CLI::ParseError& error) {
   std::string what = error.what();
@@ -52,13 +68,9 @@ int wmain(int count, wchar_t** arguments) {
   app.fallthrough();
   app.footer(std::string("'vexelctl COMMAND --help' tells more about a command.\n\n") + kExitCodes);
   std::string colour = "auto";
-  app.add_option("--color", colour, "auto, always or never")->type_name("WHEN")->check([](const std::string& when) {
-    return when == "auto" || when == "always" || when == "never" ? std::string() : "write auto, always or never";
-  });
+  AddColour(&app, &colour);
   app.get_formatter()->column_width(28);
-  app.get_formatter()->label("Excludes", "not with");
   app.get_formatter()->label("SUBCOMMAND", "COMMAND");
-  app.get_formatter()->label("Subcommands", "Commands");
   const CLI::Validator isTime(
       [](std::string& text) {
         char* end = nullptr;
@@ -68,17 +80,27 @@ int wmain(int count, wchar_t** arguments) {
                    : "'" + text + "' is no number of seconds from 0 to a thousand million";
       },
       "");
-  CLI::Validator isCount = CLI::PositiveNumber;
-  isCount.description("");
+  const CLI::Validator isCount(
+      [](std::string& text) {
+        std::int32_t number = 0;
+        const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+        return error == std::errc() && end == text.data() + text.size() && number > 0
+                   ? std::string()
+                   : "'" + text + "' is no number from 1 on";
+      },
+      "");
 
   OpenOptions open;
   CLI::App* const openCommand = app.add_subcommand("open", "Open pictures as a host would, and print each event");
   openCommand->add_option("picture", open.pictures, "pictures, each for a window of its own")->type_name("PICTURE");
   openCommand->add_option("--type", open.openType, "the open type, a number for the editor (1)")->type_name("N");
   CLI::Option* const param =
-      openCommand->add_option("--param", open.param, "the open parameter, base64 text")->type_name("TEXT");
-  openCommand->add_option("--app", open.app, "the parameter that selects a program: 1 webvexlaunch, 2 vxpixeleditor")
-      ->type_name("N")
+      openCommand->add_option("--param", open.param, "the open parameter, base64 text; not with --app")
+          ->option_text("TEXT");
+  openCommand
+      ->add_option("--app", open.app,
+                   "the parameter that selects a program: 1 webvexlaunch, 2 vxpixeleditor; not with --param")
+      ->option_text("N")
       ->check([](const std::string& number) {
         return number == "1" || number == "2" ? std::string() : "'" + number + "' is no program: write 1 or 2";
       })
@@ -127,8 +149,8 @@ int wmain(int count, wchar_t** arguments) {
       ->check(isCount);
   CLI::Option* const follow =
       logCommand->add_flag("-f,--follow", log.isFollowing, "go on with what is added, until Ctrl+C");
-  logCommand->add_option("--for", log.forSeconds, "follow for so long")
-      ->type_name("SECONDS")
+  logCommand->add_option("--for", log.forSeconds, "with --follow: for so long")
+      ->option_text("SECONDS")
       ->check(isTime)
       ->needs(follow);
   AddJson(logCommand, &log.isJson);
@@ -163,12 +185,18 @@ int wmain(int count, wchar_t** arguments) {
   AddJson(extensionsCommand, &extensions.isJson);
   extensionsCommand->footer(kExitCodes);
 
+  for (CLI::App* const command : app.get_subcommands({})) {
+    command->group("Commands");
+    AddColour(command, &colour);
+  }
+
   // CLI11 takes the arguments last one first.
   std::vector<std::string> texts;
   for (int i = count - 1; i > 0; --i) {
     texts.push_back(ToUtf8(arguments[i]));
   }
   StartConsole("never");
+  const ConsoleEnd consoleEnd;
   if (texts.empty()) {
     PrintText(app.help());
     return Fail("a command is missing (--help lists them)", kExitUsage);

@@ -9,6 +9,28 @@
 // What OpenHost does for each line of its standard input.
 namespace vexelctl {
 
+// What the script is to be replayed with.
+void OpenHost::BeginRecord() {
+  std::string command = "vexelctl open";
+  for (const std::string& picture : m_options.pictures) {
+    command += " \"" + picture + "\"";
+  }
+  if (m_options.openType != OpenOptions().openType) {
+    command += " --type " + std::to_string(m_options.openType);
+  }
+  if (m_options.param.has_value()) {
+    command += " --param " + *m_options.param;
+  }
+  if (m_options.app.has_value()) {
+    command += " --app " + std::to_string(*m_options.app);
+  }
+  if (m_options.isWithoutMove) {
+    command += " --no-move";
+  }
+  std::fprintf(m_record, "# %s\n", command.c_str());
+  std::fflush(m_record);
+}
+
 void OpenHost::Record(const std::string& line) {
   if (m_record == nullptr) {
     return;
@@ -31,23 +53,25 @@ void OpenHost::HandleLines() {
       }
       m_waitUntil = -1;
     }
-    if (!m_expected.empty()) {
-      std::deque<std::string>& events = m_unexpected[m_expectedId];
+    while (!m_expectedIds.empty()) {
+      const std::int32_t id = m_expectedIds.front();
+      std::deque<std::string>& events = m_unexpected[id];
       bool isFound = false;
       while (!events.empty() && !isFound) {
         isFound = events.front().find(m_expected) != std::string::npos;
         events.pop_front();
       }
-      const auto expecting = m_pictures.find(m_expectedId);
-      const bool isHopeless = expecting != m_pictures.end() && expecting->second.isLate && m_sdk.isClose(m_expectedId);
+      const auto expecting = m_pictures.find(id);
+      const bool isHopeless = expecting != m_pictures.end() && expecting->second.isLate && m_sdk.isClose(id);
       if (!isFound && now < m_expectUntil && !isHopeless) {
         return;
       }
       if (!isFound) {
         m_hasFailed = true;
-        m_output.Note(m_expectedId, "no event with '" + m_expected + "' has come");
+        m_output.Note(id, "no event with '" + m_expected + "' has come");
       }
-      m_expected.clear();
+      m_expectedIds.pop_front();
+      m_recordedAt = now; // a replay waits for the event, and not for as long as this one took
     }
     std::string line;
     {
@@ -70,7 +94,7 @@ void OpenHost::HandleLines() {
       if (command.kind != CommandKind::kWait) {
         Record(line);
       }
-      Execute(command, line);
+      Execute(command);
     }
   }
 }
@@ -92,7 +116,7 @@ std::vector<std::int32_t> OpenHost::Targets(const Command& command) {
   return ids;
 }
 
-void OpenHost::Execute(const Command& command, const std::string& line) {
+void OpenHost::Execute(const Command& command) {
   switch (command.kind) {
   case CommandKind::kQuit:
     BeginEnd("quit");
@@ -105,7 +129,7 @@ void OpenHost::Execute(const Command& command, const std::string& line) {
     return;
   case CommandKind::kTheme:
     m_sdk.changeThemeMode(command.isOn);
-    m_output.Call(0, line, nullptr);
+    m_output.Call(0, command.call, nullptr);
     return;
   case CommandKind::kOpen: {
     const std::wstring path = FullPath(ToWide(command.text));
@@ -134,27 +158,27 @@ void OpenHost::Execute(const Command& command, const std::string& line) {
     switch (command.kind) {
     case CommandKind::kMove:
       m_sdk.setWindowsPos(id, numbers[0], numbers[1], numbers[2], numbers[3]);
-      m_output.Call(id, line, nullptr);
+      m_output.Call(id, command.call, nullptr);
       break;
     case CommandKind::kFullscreen:
       m_sdk.fullScreen(id, command.isOn);
-      m_output.Call(id, line, nullptr);
+      m_output.Call(id, command.call, nullptr);
       break;
     case CommandKind::kOperate:
-      m_output.Call(id, line, m_sdk.operatePic(id, numbers[0]));
+      m_output.Call(id, command.call, m_sdk.operatePic(id, numbers[0]));
       break;
     case CommandKind::kCommand:
-      m_output.Call(id, line, m_sdk.doBrowserCommand(id, numbers[0]));
+      m_output.Call(id, command.call, m_sdk.doBrowserCommand(id, numbers[0]));
       break;
     case CommandKind::kIsClosed:
-      m_output.Call(id, line, m_sdk.isClose(id));
+      m_output.Call(id, command.call, m_sdk.isClose(id));
       break;
     case CommandKind::kClose:
       AskClose(id, command.isOn);
       break;
     case CommandKind::kExpect:
       m_expected = command.text;
-      m_expectedId = id;
+      m_expectedIds.push_back(id);
       m_expectUntil = m_output.Now() + static_cast<std::int64_t>(m_options.limitSeconds * 1000);
       break;
     case CommandKind::kReplace: {
@@ -162,6 +186,9 @@ void OpenHost::Execute(const Command& command, const std::string& line) {
       if (!IsFile(path)) {
         m_hasFailed = true;
         Warn("there is no picture '" + command.text + "'");
+      } else if (m_pictures[id].window == nullptr) {
+        m_hasFailed = true;
+        Warn("the window of id " + std::to_string(id) + " is gone");
       } else {
         OpenIn(m_pictures[id].window, path);
       }
@@ -206,6 +233,8 @@ void OpenHost::CloseNow(std::int32_t id, bool closeAll) {
   m_output.Call(id, closeAll ? "close all" : "close", asksUser);
   if (asksUser) {
     m_output.Note(id, "the editor holds unsaved changes and asks its user; \"finish_operator\" tells when it is done");
+  } else {
+    DropWindow(id, picture);
   }
 }
 

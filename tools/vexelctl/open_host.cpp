@@ -7,6 +7,7 @@
 
 #include "tools/vexelctl/console.h"
 #include "tools/vexelctl/param_check.h"
+#include "tools/vexelctl/text.h"
 #include "tools/vexelctl/windows_util.h"
 
 namespace vexelctl {
@@ -39,8 +40,11 @@ LRESULT CALLBACK WindowProcedure(HWND window, UINT message, WPARAM wide, LPARAM 
 }
 
 BOOL WINAPI OnControl(DWORD) {
-  g_host->Interrupt();
-  return TRUE;
+  if (g_host->Interrupt()) {
+    return TRUE;
+  }
+  EndConsole();
+  return FALSE; // the second time it ends the process, whatever is open
 }
 
 const SdkLibrary* g_sdk = nullptr;
@@ -83,6 +87,7 @@ bool OpenHost::CreateClass() {
       Warn("'" + m_options.record + "' cannot be written");
       return false;
     }
+    BeginRecord();
   }
   if (!m_options.param.value_or("").empty() && !HoldsSwitches(*m_options.param)) {
     m_output.Note(0, kNoSwitches);
@@ -109,6 +114,10 @@ HWND OpenHost::MakeWindow(const std::wstring& path) {
 }
 
 void OpenHost::OpenIn(HWND window, const std::wstring& path) {
+  if (!m_isStarted) {
+    m_isStarted = true;
+    m_sdk.init(nullptr);
+  }
   const std::int64_t at = m_output.Now();
   const std::wstring param = Param();
   const std::int32_t id =
@@ -155,17 +164,20 @@ void OpenHost::EndOfInput() {
   SetEvent(m_wake);
 }
 
-void OpenHost::Interrupt() {
+bool OpenHost::Interrupt() {
+  bool isFirst = false;
   {
     const std::lock_guard<std::mutex> guard(m_lock);
+    isFirst = !m_isInterrupted;
     m_isInterrupted = true;
   }
   SetEvent(m_wake);
+  return isFirst;
 }
 
 void OpenHost::Handle(const HostEvent& event) {
   Picture& picture = m_pictures[event.id];
-  const Json json = Json::parse(event.text, nullptr, false);
+  const Json json = IsNestedDeep(event.text) ? Json(Json::value_t::discarded) : Json::parse(event.text, nullptr, false);
   const std::string type = json.is_object() ? TextOf(json, "type") : "";
   const std::string param = json.is_object() ? TextOf(json, "param") : "";
   const bool isCrash = type == VEXELSDK_EVENT_RUN_ERROR;
@@ -214,7 +226,16 @@ void OpenHost::Handle(const HostEvent& event) {
                       GetWindowLongPtrW(picture.window, GWL_EXSTYLE) & ~static_cast<LONG_PTR>(WS_EX_TRANSPARENT));
   } else if (type == VEXELSDK_EVENT_FINISH_OPERATOR) {
     picture.isClosed = true;
+    DropWindow(event.id, picture);
   }
+}
+
+// A window that shows a later id by now stays.
+void OpenHost::DropWindow(std::int32_t id, Picture& picture) {
+  if (picture.window != nullptr && GetWindowLongPtrW(picture.window, GWLP_USERDATA) == id) {
+    DestroyWindow(picture.window);
+  }
+  picture.window = nullptr;
 }
 
 void OpenHost::HandleEvents() {
@@ -332,7 +353,7 @@ int OpenHost::Run() {
       }
       continue;
     }
-    if (isInputDone && m_waitUntil < 0 && m_expected.empty() && IsSettled()) {
+    if (isInputDone && m_waitUntil < 0 && m_expectedIds.empty() && IsSettled()) {
       BeginEnd("the input is over");
     }
   }
@@ -350,11 +371,18 @@ int OpenHost::Finish() {
       m_output.Note(id, "left open: its editor still asks its user, or the user has cancelled, which no event tells");
     }
     m_hasFailed = m_hasFailed || (!picture.isShown && !picture.isClosed);
-    if (picture.window != nullptr) {
-      DestroyWindow(picture.window);
-      picture.window = nullptr;
-    }
+    DropWindow(id, picture);
   }
+  if (m_isStarted) {
+    EndSdk();
+  }
+  if (m_lastId == 0 && !m_hasCommand && !m_hasFailed) {
+    return Fail("no picture was named (--help tells how it is written)", kExitUsage);
+  }
+  return m_hasFailed ? kExitProblem : kExitFine;
+}
+
+void OpenHost::EndSdk() {
   // On a thread of its own with a limit: it waits for all that is queued, and at a bad moment for ever.
   // The release store pairs with the acquire loads below: who reads true sees all that the teardown has done.
   auto isOver = std::make_shared<std::atomic<bool>>(false);
@@ -379,10 +407,6 @@ int OpenHost::Finish() {
         0,
         "VexelSDK_UnInit has not returned in 10 s: an operation hangs, or it met the crash watch; leaving without it");
   }
-  if (m_lastId == 0 && !m_hasCommand && !m_hasFailed) {
-    return Fail("no picture was named (--help tells how it is written)", kExitUsage);
-  }
-  return m_hasFailed ? kExitProblem : kExitFine;
 }
 
 } // namespace vexelctl

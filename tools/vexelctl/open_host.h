@@ -55,7 +55,8 @@ public:
   // From any thread.
   void TakeLine(std::string line);
   void EndOfInput();
-  void Interrupt(); // counts at once, also while a command waits
+  /// Counts at once, also while a command waits. False when it has been called before.
+  bool Interrupt();
   void TakeEvent(HostEvent event);
   std::int64_t Now() const { return m_output.Now(); }
 
@@ -63,15 +64,18 @@ private:
   void Handle(const HostEvent& event);
   void HandleEvents();
   void HandleLines();
-  void Execute(const Command& command, const std::string& line);
+  void Execute(const Command& command);
   std::vector<std::int32_t> Targets(const Command& command);
   void AskClose(std::int32_t id, bool closeAll);
   void CloseNow(std::int32_t id, bool closeAll);
+  void DropWindow(std::int32_t id, Picture& picture);
   void CheckLimits();
   bool IsSettled() const;
   bool IsAllClosed();
   void BeginEnd(const char* why);
   void Record(const std::string& line);
+  void BeginRecord();
+  void EndSdk();
   int Finish();
   std::wstring Param() const;
 
@@ -82,6 +86,7 @@ private:
   CloseGate m_gate;
   std::map<std::int32_t, Picture> m_pictures;
   std::int32_t m_lastId = 0;
+  bool m_isStarted = false; // the SDK has been started: before the first open there is no need
   bool m_isEnding = false;
   std::int64_t m_endingSince = 0;
   bool m_hasFailed = false;
@@ -91,7 +96,7 @@ private:
   // What holds up the commands that follow.
   std::int64_t m_waitUntil = -1;
   std::string m_expected;
-  std::int32_t m_expectedId = 0;
+  std::deque<std::int32_t> m_expectedIds; // that it has not come for yet
   std::int64_t m_expectUntil = -1;
   std::map<std::int32_t, std::deque<std::string>> m_unexpected; // events since the id's last command, for "expect"
 

@@ -3,6 +3,7 @@
 #include <cstdio>
 
 #include "include/vexelsdk.h"
+#include "tools/vexelctl/text.h"
 
 namespace vexelctl {
 namespace {
@@ -14,6 +15,8 @@ std::string TimeText(std::int64_t ms) {
   std::snprintf(text, sizeof text, "%8lld ms", static_cast<long long>(ms));
   return text;
 }
+
+std::string IdText(std::int32_t id) { return id != 0 ? "  id " + std::to_string(id) : ""; }
 
 // Text that an editor sent may hold anything.
 void PrintJson(const Json& line) { PrintLine(line.dump(-1, ' ', false, Json::error_handler_t::replace)); }
@@ -50,13 +53,15 @@ void OpenOutput::Call(std::int32_t id, const std::string& what, Json::value_type
   if (m_isJson) {
     Json line;
     line["t"] = now;
-    line["id"] = id;
+    if (id != 0) {
+      line["id"] = id;
+    }
     line["call"] = what;
     line["result"] = result;
     PrintJson(line);
     return;
   }
-  PrintLine(TimeText(now) + "  id " + std::to_string(id) + "  " + Painted(colour, "> " + what) +
+  PrintLine(TimeText(now) + IdText(id) + "  " + Painted(colour, "> " + Printable(what)) +
             (result.is_null() ? "" : Painted(Colour::kGrey, "  = " + result.dump())));
 }
 
@@ -71,8 +76,7 @@ void OpenOutput::Note(std::int32_t id, const std::string& sentence) const {
     PrintJson(line);
     return;
   }
-  PrintLine(TimeText(Now()) + (id != 0 ? "  id " + std::to_string(id) : "") +
-            Painted(Colour::kYellow, "  ! " + sentence));
+  PrintLine(TimeText(Now()) + IdText(id) + Painted(Colour::kYellow, "  ! " + sentence));
 }
 
 void OpenOutput::Event(const HostEvent& event, const Json& json, std::int64_t since) const {
@@ -83,13 +87,15 @@ void OpenOutput::Event(const HostEvent& event, const Json& json, std::int64_t si
     line["since"] = since;
     line["thread"] = event.thread;
     line["event"] = json.is_discarded() ? Json(event.text) : json;
+    // As it came: numbers beyond a double's and keys that stand twice do not outlive the parser.
+    line["text"] = event.text;
     PrintJson(line);
     return;
   }
   const bool isCrash = json.is_object() && TextOf(json, "type") == VEXELSDK_EVENT_RUN_ERROR;
   PrintLine(TimeText(event.at) + "  id " + std::to_string(event.id) + "  " +
             Painted(Colour::kGrey, "+" + std::to_string(since) + " ms  thread " + std::to_string(event.thread)) + "  " +
-            Painted(isCrash ? Colour::kRed : Colour::kGreen, EventText(event, json)));
+            Painted(isCrash ? Colour::kRed : Colour::kGreen, Printable(EventText(event, json))));
 }
 
 void OpenOutput::Ending(const char* why) const {

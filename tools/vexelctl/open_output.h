@@ -29,13 +29,14 @@ public:
   /// Milliseconds since the start. From any thread.
   std::int64_t Now() const;
 
-  /// A call of the host with its result; null for a call without one.
+  /// A call of the host with its result; null for a call without one. Id 0 for what belongs to none.
   void Call(std::int32_t id, const std::string& what, Json::value_type result, Colour colour = Colour::kNone) const;
 
   /// What the person has to know and no event tells; id 0 for what belongs to none.
   void Note(std::int32_t id, const std::string& sentence) const;
 
-  /// An event, with the milliseconds since the open of its id. `json` is its text parsed, or discarded.
+  /// An event, with the milliseconds since the open of its id. `json` is its text parsed, or
+  /// discarded.
   void Event(const HostEvent& event, const Json& json, std::int64_t since) const;
 
   /// That the tool begins to close what is open. Text alone.

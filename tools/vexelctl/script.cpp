@@ -51,46 +51,21 @@ bool Wrong(const char* usage, std::string* error) {
   return false;
 }
 
-} // namespace
-
-const char* const kCommandHelp =
-    "  move X Y W H          where the editor shows itself, in pixels\n"
-    "  fullscreen [on|off]   cover the screen, or go back into the window\n"
-    "  theme dark|light      all editors that are open\n"
-    "  operate CODE          an operation on the picture\n"
-    "  command CODE          a command of the browser\n"
-    "  close [all]           close the editor; kept back until it has its process\n"
-    "  isclosed              whether the id is closed\n"
-    "  open PICTURE          another picture, in a window of its own\n"
-    "  replace PICTURE       another picture in the same window\n"
-    "  wait MS               go on with the next command after so many milliseconds\n"
-    "  expect TEXT           go on when an event of the id holds this text\n"
-    "  quit                  close what is open, and leave\n"
-    "  help                  this list\n"
-    "A command goes to the picture that was opened last, with '@ID' in front to that id,\n"
-    "and with '@all' to every id. Empty lines and lines that begin with # are passed over.\n";
-
-bool ReadCommand(std::string_view line, Command* command, std::string* error) {
-  *command = Command();
-  line = Trimmed(line);
-  if (line.starts_with("\xEF\xBB\xBF")) {
-    line = Trimmed(line.substr(3)); // a script that an editor has saved with its mark
-  }
-  if (line.empty() || line.front() == '#') {
+bool GoesToIds(CommandKind kind) {
+  switch (kind) {
+  case CommandKind::kOpen:
+  case CommandKind::kTheme:
+  case CommandKind::kWait:
+  case CommandKind::kHelp:
+  case CommandKind::kQuit:
+    return false;
+  default:
     return true;
   }
-  if (line.front() == '@') {
-    const std::string_view target = TakeWord(&line).substr(1);
-    std::int32_t id = 0;
-    if (target == "all") {
-      command->isForAll = true;
-    } else if (ReadInt(target, &id) && id > 0) {
-      command->id = id;
-    } else {
-      *error = "'@" + std::string(target) + "' is no id: write @ and a number, or @all";
-      return false;
-    }
-  }
+}
+
+// Reads what stands behind the target.
+bool ReadCall(std::string_view line, Command* command, std::string* error) {
   const std::string_view name = TakeWord(&line);
   for (const Shape& shape : kShapes) {
     if (name != shape.name) {
@@ -138,6 +113,57 @@ bool ReadCommand(std::string_view line, Command* command, std::string* error) {
   *error = name.empty() ? "a command is missing behind the id"
                         : "'" + std::string(name) + "' is no command; 'help' lists them";
   return false;
+}
+
+} // namespace
+
+const char* const kCommandHelp = "  move X Y W H          where the editor shows itself, in pixels\n"
+                                 "  fullscreen [on|off]   cover the screen, or go back into the window\n"
+                                 "  theme dark|light      all editors that are open\n"
+                                 "  operate CODE          an operation on the picture\n"
+                                 "  command CODE          a command of the browser\n"
+                                 "  close [all]           close the editor; kept back until it has its process\n"
+                                 "  isclosed              whether the id is closed\n"
+                                 "  open PICTURE          another picture, in a window of its own\n"
+                                 "  replace PICTURE       another picture in the same window\n"
+                                 "  wait MS               go on with the next command after so many milliseconds\n"
+                                 "  expect TEXT           go on when an event of the id holds this text\n"
+                                 "  quit                  close what is open, and leave\n"
+                                 "  help                  this list\n"
+                                 "A command goes to the picture that was opened last, with '@ID' in front to that id,\n"
+                                 "and with '@all' to every id; open, theme, wait, quit and help go to none.\n"
+                                 "Empty lines and lines that begin with # are passed over.\n";
+
+bool ReadCommand(std::string_view line, Command* command, std::string* error) {
+  *command = Command();
+  line = Trimmed(line);
+  if (line.starts_with("\xEF\xBB\xBF")) {
+    line = Trimmed(line.substr(3)); // a script that an editor has saved with its mark
+  }
+  if (line.empty() || line.front() == '#') {
+    return true;
+  }
+  if (line.front() == '@') {
+    const std::string_view target = TakeWord(&line).substr(1);
+    std::int32_t id = 0;
+    if (target == "all") {
+      command->isForAll = true;
+    } else if (ReadInt(target, &id) && id > 0) {
+      command->id = id;
+    } else {
+      *error = "'@" + std::string(target) + "' is no id: write @ and a number, or @all";
+      return false;
+    }
+  }
+  command->call = line;
+  if (!ReadCall(line, command, error)) {
+    return false;
+  }
+  if ((command->isForAll || command->id.has_value()) && !GoesToIds(command->kind)) {
+    *error = "'" + std::string(TakeWord(&line)) + "' goes to no id: write it without @";
+    return false;
+  }
+  return true;
 }
 
 } // namespace vexelctl

@@ -30,6 +30,7 @@ struct Command {
   CommandKind kind = CommandKind::kNothing;
   std::optional<std::int32_t> id; // "@N" in front; nothing for the id opened last
   bool isForAll = false;          // "@all" in front
+  std::string call;               // the line without what stands in front
   std::string text;               // a path, or what to expect
   std::vector<std::int32_t> numbers;
   bool isOn = false; // fullscreen on, theme dark, close all

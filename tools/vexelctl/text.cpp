@@ -1,9 +1,12 @@
 #include "tools/vexelctl/text.h"
 
-#include <cstdint>
+#include <algorithm>
+#include <cstddef>
 
 namespace vexelctl {
 namespace {
+
+constexpr char kUnknownLetter[] = "\xEF\xBF\xBD"; // U+FFFD
 
 // The length of the UTF-8 sequence at the start of `text`, 0 when there is none that is valid.
 std::size_t SequenceLength(std::string_view text) {
@@ -66,7 +69,7 @@ std::string XmlEscaped(std::string_view text) {
   while (!text.empty()) {
     const std::size_t length = SequenceLength(text);
     if (length == 0) {
-      out += "\xEF\xBF\xBD";
+      out += kUnknownLetter;
       text.remove_prefix(1);
       continue;
     }
@@ -95,6 +98,26 @@ std::string XmlEscaped(std::string_view text) {
   return out;
 }
 
+std::string Printable(std::string_view text) {
+  std::string out;
+  out.reserve(text.size());
+  while (!text.empty()) {
+    const std::size_t length = SequenceLength(text);
+    const auto first = static_cast<unsigned char>(text[0]);
+    const bool isControl = length == 0 || (length == 1 && (first < 0x20 || first == 0x7F)) ||
+                           (first == 0xC2 && static_cast<unsigned char>(text[1]) < 0xA0);
+    if (first == '\t') {
+      out += ' ';
+    } else if (isControl) {
+      out += kUnknownLetter;
+    } else {
+      out += text.substr(0, length);
+    }
+    text.remove_prefix(std::max<std::size_t>(length, 1));
+  }
+  return out;
+}
+
 std::string Shortened(std::string_view text, std::size_t length) {
   std::size_t count = 0;
   std::size_t at = 0;
@@ -111,6 +134,11 @@ std::string Shortened(std::string_view text, std::size_t length) {
     ++count;
   }
   return std::string(text);
+}
+
+bool IsNestedDeep(std::string_view json) {
+  constexpr std::ptrdiff_t kDeep = 1000;
+  return std::count_if(json.begin(), json.end(), [](char letter) { return letter == '[' || letter == '{'; }) > kDeep;
 }
 
 std::string_view Trimmed(std::string_view text) {

@@ -1,6 +1,7 @@
 #include "tools/vexelctl/timeline.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cstdio>
 #include <deque>
 #include <map>
@@ -176,6 +177,9 @@ void Layout::LeaveQueue(RunState& run, int runNumber, std::int32_t op, std::int3
     return;
   }
   for (auto waiting = run.queue.begin(); waiting != found; ++waiting) {
+    if (waiting->op == 22 && waiting->id == 0) {
+      continue; // a theme goes to all ids that there are, 0 among them, and there to nobody
+    }
     const std::size_t lane = WindowLane(runNumber, waiting->id);
     Mark(lane, MarkKind::kRefused, waiting->since, OperationName(waiting->op) + " lost: the id had no process",
          waiting->line);
@@ -421,7 +425,9 @@ void Layout::TakeReceived(RunState& run, const LogRecord& record, std::int64_t a
     name = record.isModified ? "edit: unsaved changes" : "edit: no unsaved changes";
   }
   const bool isEnd = record.name == "process_exit" || record.name == "finish_operator";
-  MarkWindow(record, isEnd ? MarkKind::kExit : MarkKind::kReceive, at, name);
+  if (record.id.value_or(0) > 0) { // a process that waits for a picture has no window
+    MarkWindow(record, isEnd ? MarkKind::kExit : MarkKind::kReceive, at, name);
+  }
   MarkProcess(record, isEnd ? MarkKind::kExit : MarkKind::kReceive, at, name);
   if (record.name == "finish_operator" && record.id.has_value()) {
     CloseAll(WindowLane(record.run, *record.id), at);
@@ -531,6 +537,16 @@ std::string ClockText(std::int64_t second) {
   const auto inDay = static_cast<int>(((second % 86400) + 86400) % 86400);
   char text[16];
   std::snprintf(text, sizeof text, "%02d:%02d:%02d", inDay / 3600 % 24, inDay / 60 % 60, inDay % 60);
+  return text;
+}
+
+std::string DateText(std::int64_t second) {
+  const std::chrono::sys_days day =
+      std::chrono::floor<std::chrono::days>(std::chrono::sys_seconds(std::chrono::seconds(second)));
+  const std::chrono::year_month_day date(day);
+  char text[32];
+  std::snprintf(text, sizeof text, "%04d-%02u-%02u", static_cast<int>(date.year()), static_cast<unsigned>(date.month()),
+                static_cast<unsigned>(date.day()));
   return text;
 }
 

@@ -69,7 +69,10 @@ std::string TimelineTrace(const Timeline& timeline, const std::string& title);
 const char* NameOf(SpanKind kind);
 const char* NameOf(MarkKind kind);
 
-/// "06:35:18" of a number of seconds.
+/// "06:35:18" of a number of seconds since 1970-01-01.
 std::string ClockText(std::int64_t second);
+
+/// "2026-11-21" of it.
+std::string DateText(std::int64_t second);
 
 } // namespace vexelctl

@@ -302,14 +302,18 @@ std::string TimelineSvg(const Timeline& timeline, const std::string& title) {
   const double bottom = y;
 
   std::string axis;
-  double freeFrom = 0; // labels that would overlap are left out
+  double freeFrom = 0;                                       // labels that would overlap are left out
+  std::string lastDate = DateText(timeline.begin / 1000000); // stands in the title
   for (const TimelineSecond& second : timeline.seconds) {
     const double x = scale.X(second.second * 1000000);
     axis += "<line x1=\"" + Number(x) + "\" y1=\"" + Number(kTop - 8) + "\" x2=\"" + Number(x) + "\" y2=\"" +
             Number(bottom) + "\" stroke=\"#d0d0d0\" stroke-width=\"1\"/>\n";
     if (x >= freeFrom) {
-      axis += Text(x + 2, kTop - 12, "class=\"tick\"", ClockText(second.second));
-      freeFrom = x + 58;
+      const std::string date = DateText(second.second);
+      const bool isNewDay = date != lastDate;
+      axis += Text(x + 2, kTop - 12, "class=\"tick\"", (isNewDay ? date + " " : "") + ClockText(second.second));
+      freeFrom = x + (isNewDay ? 116 : 58);
+      lastDate = date;
     }
   }
   for (const auto& [begin, end] : scale.Breaks()) {

@@ -58,14 +58,16 @@ bool IsFolder(const std::wstring& path) {
 }
 
 LogLevel ReadLogLevel() {
-  LogLevel result{std::nullopt, 1};
+  LogLevel result{std::nullopt, 1, false};
   HKEY key = nullptr;
   if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, kLogLevelKey, 0, KEY_READ, &key) != ERROR_SUCCESS) {
     return result;
   }
   DWORD value = 0;
   DWORD size = sizeof value;
-  if (RegQueryValueExW(key, L"LogLevel", nullptr, nullptr, reinterpret_cast<BYTE*>(&value), &size) == ERROR_SUCCESS) {
+  const LSTATUS status = RegQueryValueExW(key, L"LogLevel", nullptr, nullptr, reinterpret_cast<BYTE*>(&value), &size);
+  result.isLong = status == ERROR_MORE_DATA;
+  if (status == ERROR_SUCCESS) {
     result.stored = value;
     result.level = value >= 5 ? 1 : value > 3 ? 3 : static_cast<int>(value);
   }

@@ -22,10 +22,12 @@ std::wstring FullPath(const std::wstring& path);
 bool IsFile(const std::wstring& path);
 bool IsFolder(const std::wstring& path);
 
-/// The library's log level: the number in the registry, nothing when there is none, and the level that it leads to.
+/// The library's log level: the number in the registry, nothing when there is none, and the level that it leads to. The
+/// library takes four bytes of any type, and passes over what is longer.
 struct LogLevel {
   std::optional<std::uint32_t> stored;
-  int level; // 0 everything, 1 INFO, 2 WARNING, 3 ERROR
+  int level;           // 0 everything, 1 INFO, 2 WARNING, 3 ERROR
+  bool isLong = false; // there is a value, and it is longer
 };
 LogLevel ReadLogLevel();
 extern const wchar_t* const kLogLevelKey;

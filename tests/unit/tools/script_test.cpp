@@ -44,6 +44,16 @@ TEST(Script, EachCommandIsRead) {
 TEST(Script, ATargetStandsInFront) {
   EXPECT_EQ(Read("@3 close").id, 3);
   EXPECT_TRUE(Read("  @all   fullscreen off\r").isForAll);
+  EXPECT_TRUE(Read("@all expect x").isForAll);
+  EXPECT_EQ(Read("  @all   fullscreen off\r").call, "fullscreen off");
+  EXPECT_EQ(Read("operate 5").call, "operate 5");
+}
+
+TEST(Script, WhatGoesToNoIdTakesNoTarget) {
+  EXPECT_EQ(ErrorOf("@1 theme dark"), "'theme' goes to no id: write it without @");
+  EXPECT_EQ(ErrorOf("@1 open a.png"), "'open' goes to no id: write it without @");
+  EXPECT_EQ(ErrorOf("@9 wait 5"), "'wait' goes to no id: write it without @");
+  EXPECT_EQ(ErrorOf("@all quit"), "'quit' goes to no id: write it without @");
 }
 
 TEST(Script, EmptyLinesAndCommentsAreNothing) {

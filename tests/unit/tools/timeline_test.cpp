@@ -6,6 +6,8 @@
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
+#include <map>
+#include <vector>
 
 namespace {
 
@@ -108,6 +110,28 @@ TEST(Timeline, AnOperationWithoutAProcessIsLost) {
   EXPECT_EQ(CountSpans(*window, SpanKind::kWait), 2U); // the open and the second move
 }
 
+TEST(Timeline, AThemeForTheIdOfNoWindowIsNotLost) {
+  const Timeline timeline = LayOutText(Start(10, 1, 300) + Queued(10, 2, 22, 0) + Open(10, 3, 1, 300));
+  for (const TimelineLane& lane : timeline.lanes) {
+    EXPECT_EQ(FindMark(lane, MarkKind::kRefused), nullptr) << lane.title;
+  }
+}
+
+TEST(Timeline, TheExitOfAWaitingProcessIsItsOwn) {
+  const Timeline timeline = LayOutText(
+      Start(10, 1, 300) +
+      Line(12, 2, "VexelSDKHelper::GetOperator data={\"id\":0,\"process_id\":301,\"type\":\"process_exit\"}"));
+  EXPECT_EQ(FindMark(*FindLane(timeline, LaneKind::kQueue, 0), MarkKind::kExit), nullptr);
+  EXPECT_NE(FindMark(*FindLane(timeline, LaneKind::kProcess, 301), MarkKind::kExit), nullptr);
+}
+
+TEST(Timeline, DatesAreThoseOfTheCalendar) {
+  EXPECT_EQ(DateText(0), "1970-01-01");
+  EXPECT_EQ(DateText(951782399), "2000-02-28");
+  EXPECT_EQ(DateText(951782400), "2000-02-29");
+  EXPECT_EQ(DateText(LogReader().Feed(Line(1, 2, "Any x")).front().second), "2026-11-21");
+}
+
 TEST(Timeline, AReplacedEditorIsClosedByTheEngine) {
   const Timeline timeline =
       LayOutText(Start(10, 1, 300) + Open(10, 2, 1, 300) + Queued(10, 3, 3, 1) +
@@ -188,6 +212,7 @@ TEST(TimelineTrace, HoldsEachSpanAndMarkOnce) {
   ASSERT_GT(spans, 4U);
   std::size_t complete = 0;
   std::size_t instant = 0;
+  std::map<int, std::int64_t> waits; // when each asynchronous pair that is open has begun
   for (const nlohmann::json& event : trace.at("traceEvents")) {
     const std::string phase = event.at("ph");
     EXPECT_TRUE(event.contains("pid") && event.contains("tid") && event.contains("name"));
@@ -197,12 +222,73 @@ TEST(TimelineTrace, HoldsEachSpanAndMarkOnce) {
       EXPECT_GE(event.at("ts").get<std::int64_t>(), 0);
     } else if (phase == "i") {
       ++instant;
+    } else if (phase == "b") {
+      EXPECT_TRUE(waits.emplace(event.at("id"), event.at("ts")).second);
+    } else if (phase == "e") {
+      const auto begun = waits.find(event.at("id"));
+      ASSERT_NE(begun, waits.end());
+      EXPECT_GE(event.at("ts").get<std::int64_t>(), begun->second);
+      waits.erase(begun);
+      ++complete;
     } else {
       EXPECT_EQ(phase, "M");
     }
   }
   EXPECT_EQ(complete, spans);
   EXPECT_EQ(instant, marks);
+  EXPECT_TRUE(waits.empty());
+}
+
+TEST(TimelineTrace, BarsOfOneThreadLieBesideOrWithinEachOther) {
+  // Three waits of one window overlap, an editor is replaced, and an open finds its process gone.
+  const std::string text =
+      Start(10, 1, 300) + Queued(10, 2, 7, 1) + Open(10, 2, 1, 300) + Queued(10, 3, 7, 1) + Queued(10, 3, 16, 1) +
+      Queued(10, 3, 3, 1) + Sent(11, 4, "setpos", 1, 300) + Reply(11, 4) + Sent(11, 5, "operator", 1, 300) +
+      Reply(11, 5) + Line(11, 6, "OperatorThreadFun data.m_op = SDK_OPEN data.m_id=1") + Sent(11, 6, "close", 1, 300) +
+      Reply(11, 6) + Open(10, 6, 1, 301) + Queued(10, 7, 4, 1) + Sent(11, 8, "close", 1, 301) + Reply(11, 9);
+  const Timeline timeline = LayOutText(text);
+  std::size_t overlappingWaits = 0;
+  for (const TimelineLane& lane : timeline.lanes) {
+    for (std::size_t i = 1; i < lane.spans.size(); ++i) {
+      overlappingWaits += lane.spans[i].kind == SpanKind::kWait && lane.spans[i - 1].kind == SpanKind::kWait &&
+                                  lane.spans[i].begin < lane.spans[i - 1].end &&
+                                  lane.spans[i].end > lane.spans[i - 1].end
+                              ? 1U
+                              : 0U;
+    }
+  }
+  EXPECT_GT(overlappingWaits, 0U) << "nothing to tell apart";
+  struct Bar {
+    int thread;
+    std::int64_t begin;
+    std::int64_t end;
+  };
+  std::vector<Bar> bars;
+  const nlohmann::json trace = nlohmann::json::parse(TimelineTrace(timeline, "log"));
+  for (const nlohmann::json& event : trace.at("traceEvents")) {
+    if (event.at("ph") == "X") {
+      const std::int64_t begin = event.at("ts");
+      bars.push_back({event.at("tid"), begin, begin + event.at("dur").get<std::int64_t>()});
+    }
+  }
+  ASSERT_GT(bars.size(), 5U);
+  for (const Bar& left : bars) {
+    for (const Bar& right : bars) {
+      EXPECT_FALSE(left.thread == right.thread && left.begin < right.begin && right.begin < left.end &&
+                   left.end < right.end)
+          << left.thread << ": " << left.begin << "-" << left.end << " and " << right.begin << "-" << right.end;
+    }
+  }
+}
+
+TEST(TimelineSvg, TellsWhereTheDateChanges) {
+  std::string tomorrow = Open(10, 2, 1, 300);
+  for (std::size_t at = 0; (at = tomorrow.find("2026-11-21", at)) != std::string::npos;) {
+    tomorrow.replace(at, 10, "2026-11-22");
+  }
+  const std::string svg = TimelineSvg(LayOutText(Start(10, 1, 300) + tomorrow), "log");
+  EXPECT_NE(svg.find(">06:35:01</text>"), std::string::npos);
+  EXPECT_NE(svg.find(">2026-11-22 06:35:02</text>"), std::string::npos);
 }
 
 TEST(TimelineSvg, IsWholeAndEscapesWhatEditorsSay) {

@@ -111,6 +111,30 @@ TEST_F(Vexelctl, DoctorFindsAProgramThatCannotStart) {
   EXPECT_NE(other.value("remedy", ""), "");
 }
 
+TEST_F(Vexelctl, DoctorFindsThatTheLogsFolderIsAFile) {
+  WriteFileBytes(File(L"log"), "in the way");
+  const Json finding = Finding(DoctorFindings(L"", 0), "log file");
+  EXPECT_EQ(finding.at("grade"), "note");
+  EXPECT_TRUE(Contains(finding.at("text"), "log is a file, so vexelctl.vexelsdk.dll.log cannot be made")) << finding;
+  EXPECT_EQ(finding.value("remedy", ""), "move that file away");
+}
+
+TEST_F(Vexelctl, DoctorTellsALogLevelOfAnotherTypeFromNone) {
+  const wchar_t* const path = L"Software\\Tarnwick\\antivirus\\sysopt";
+  HKEY key = nullptr;
+  ASSERT_EQ(RegCreateKeyExW(HKEY_LOCAL_MACHINE, path, 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &key, nullptr),
+            ERROR_SUCCESS);
+  RegDeleteValueW(key, L"LogLevel");
+  const std::string none = Finding(DoctorFindings(L"", 0), "log level").at("text");
+  RegSetValueExW(key, L"LogLevel", 0, REG_SZ, reinterpret_cast<const BYTE*>(L"12"), 6);
+  const std::string text = Finding(DoctorFindings(L"", 0), "log level").at("text");
+  RegDeleteValueW(key, L"LogLevel");
+  RegCloseKey(key);
+  EXPECT_TRUE(Contains(none, "LogLevel is absent")) << none;
+  EXPECT_TRUE(Contains(text, "LogLevel is longer than a REG_DWORD, and does not count")) << text;
+  EXPECT_TRUE(text.starts_with("1, ")) << text;
+}
+
 TEST_F(Vexelctl, DoctorLooksAtTheParameter) {
   const std::string none = Finding(DoctorFindings(L"--param " + Base64("/apptype:7"), 1), "first open").at("text");
   EXPECT_TRUE(Contains(none, "application type 7, which is no program")) << none;

@@ -7,9 +7,8 @@ namespace {
 using namespace toolstest;
 
 TEST_F(Vexelctl, OpenPrintsEachEventWithIdTimeAndThread) {
-  const Result result =
-      Run(L"open --limit 100 --json a.bmp \"b \u00FC.bmp\"",
-          "@1 expect open_pic_success\n@2 expect open_pic_success\n@1 operate 4\n@2 fullscreen off\nquit\n");
+  const Result result = Run(L"open --limit 100 --json a.bmp \"b \u00FC.bmp\"",
+                            "@all expect open_pic_success\n@1 operate 4\n@2 fullscreen off\nquit\n");
   EXPECT_EQ(result.code, 0U) << result.out << result.err;
   int successes = 0;
   for (const Json& line : JsonLines(result.out)) {
@@ -24,6 +23,7 @@ TEST_F(Vexelctl, OpenPrintsEachEventWithIdTimeAndThread) {
         line.at("event").is_object() && line.at("event").value("param", "") == "open_pic_process_success" ? 1 : 0;
   }
   EXPECT_EQ(successes, 2);
+  EXPECT_TRUE(Contains(result.out, "\"id\":1,\"call\":\"operate 4\"")) << result.out;
 }
 
 TEST_F(Vexelctl, OpenKeepsACloseBackUntilTheProcessIsThere) {
@@ -37,6 +37,26 @@ TEST_F(Vexelctl, OpenKeepsACloseBackUntilTheProcessIsThere) {
   ASSERT_NE(closed, std::string::npos) << result.out;
   EXPECT_LT(held, came);
   EXPECT_LT(came, closed);
+}
+
+TEST_F(Vexelctl, OpenGivesEachEventAsItCame) {
+  const std::string deep(60000, '[');
+  const std::string odd = R"({"type":"odd","a":1.10,"a":123456789012345678901234567890})";
+  WriteFileBytes(File(L"events.txt"), odd + "\n" + deep + "\n");
+  const Variable zoo(L"VEXEL_EDITOR_ZOO", (L"events=@" + File(L"events.txt")).c_str());
+  const Result result = Run(L"open --limit 100 --json a.bmp", "expect \"odd\"\nexpect [[[\nquit\n");
+  EXPECT_EQ(result.code, 0U) << result.out.substr(0, 3000) << result.err;
+  bool isOddSeen = false;
+  bool isDeepSeen = false;
+  for (const Json& line : JsonLines(result.out)) {
+    if (!line.contains("event")) {
+      continue;
+    }
+    isOddSeen = isOddSeen || (line.at("text") == odd && line.at("event").is_object());
+    isDeepSeen = isDeepSeen || (line.at("text") == deep && line.at("event") == deep);
+  }
+  EXPECT_TRUE(isOddSeen);
+  EXPECT_TRUE(isDeepSeen);
 }
 
 TEST_F(Vexelctl, OpenClosesNothingWithoutThePipeLibrary) {
@@ -155,6 +175,7 @@ TEST_F(Vexelctl, OpenRecordsWhatCanBeReplayed) {
   const Result first = Run(L"open --limit 100 --record run.txt a.bmp", "expect open_pic_success\n@1 operate 5\nquit\n");
   ASSERT_EQ(first.code, 0U) << first.out << first.err;
   const std::string recorded = ReadFileBytes(File(L"run.txt"));
+  EXPECT_TRUE(recorded.starts_with("# vexelctl open \"a.bmp\"\n")) << recorded;
   EXPECT_TRUE(Contains(recorded, "\n@1 operate 5\n")) << recorded;
   const Result again = Run(L"open --limit 100 a.bmp", recorded);
   EXPECT_EQ(again.code, 0U) << again.out << again.err;
@@ -168,6 +189,20 @@ TEST_F(Vexelctl, OpenSaysWhichCommandMakesNoSenseAndGoesOn) {
             (std::vector<std::string>{"vexelctl: 'frob' is no command; 'help' lists them", "vexelctl: there is no id 9",
                                       "vexelctl: there is no picture 'nosuch.png'"}));
   EXPECT_TRUE(Contains(result.out, "open_pic_success")) << result.out;
+}
+
+TEST_F(Vexelctl, OpenExpectsOfEachIdWhatItExpectsOfAll) {
+  const Result result = Run(L"open --limit 3 a.bmp a.bmp", "@all expect no such event\ntheme dark\n");
+  EXPECT_EQ(result.code, 1U) << result.out << result.err;
+  EXPECT_TRUE(Contains(result.out, "id 1  ! no event with 'no such event' has come")) << result.out;
+  EXPECT_TRUE(Contains(result.out, "id 2  ! no event with 'no such event' has come")) << result.out;
+  EXPECT_TRUE(Contains(result.out, " ms  > theme dark\n")) << result.out;
+}
+
+TEST_F(Vexelctl, OpenTakesTheWindowAwayWithItsPicture) {
+  const Result result = Run(L"open --limit 100 a.bmp", "expect open_pic_success\nclose\nreplace a.bmp\n");
+  EXPECT_EQ(result.code, 1U) << result.out << result.err;
+  EXPECT_EQ(Lines(result.err), std::vector<std::string>{"vexelctl: the window of id 1 is gone"});
 }
 
 TEST_F(Vexelctl, OpenLeavesAfterItsTime) {

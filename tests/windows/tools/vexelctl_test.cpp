@@ -95,6 +95,21 @@ TEST_F(Vexelctl, LogSaysWhatIsWrongWithItsFile) {
   ExpectRefused(L"timeline --run 99 -o a.svg " + LogFile(), 1, "there is no run 99");
 }
 
+TEST_F(Vexelctl, LogShowsWhatEditorsSayAndTheConsoleObeysNone) {
+  WriteFileBytes(
+      File(L"odd.log"),
+      "[11   |2026-11-13 03:10:44|   INFO|a.cpp:1] VexelSDKHelper::GetOperator data=\x1b[31m\n\x1b[2Jrest\r\n");
+  const Result text = Run(L"log odd.log");
+  EXPECT_EQ(text.code, 0U) << text.err;
+  EXPECT_EQ(text.out.find('\x1b'), std::string::npos) << text.out;
+  EXPECT_TRUE(Contains(text.out, "[2Jrest")) << text.out;
+  const std::vector<Json> lines = JsonLines(Run(L"log --json odd.log").out);
+  ASSERT_EQ(lines.size(), 2U);
+  EXPECT_FALSE(lines[0].contains("continued"));
+  EXPECT_EQ(lines[1].at("continued"), true);
+  EXPECT_EQ(lines[1].at("message"), "\x1b[2Jrest");
+}
+
 TEST_F(Vexelctl, TimelineDrawsARealRun) {
   MakeLog();
   const Result picture = Run(L"timeline " + LogFile() + L" -o life.svg");
@@ -119,6 +134,11 @@ TEST_F(Vexelctl, TimelineSaysWhatItCannotDraw) {
   ExpectRefused(L"timeline quiet.log -o a.pdf", 2, "must end in .svg");
   ExpectRefused(L"timeline nosuch.log -o a.svg", 3, "there is no file");
   EXPECT_FALSE(FileExists(File(L"a.svg")));
+  WriteFileBytes(File(L"begun.log"),
+                 "[11   |2026-11-13 03:10:44|   INFO|a.cpp:1] VexelSDKThread::DoOperator m_op(SDK_Operator)=3, m_id=1, "
+                 "m_pid=0\r\n");
+  EXPECT_EQ(Run(L"timeline begun.log -o .svg").code, 0U);
+  EXPECT_TRUE(FileExists(File(L".svg")));
 }
 
 TEST_F(Vexelctl, SwitchesGivesTheSdksAnswers) {
@@ -132,9 +152,12 @@ TEST_F(Vexelctl, SwitchesGivesTheSdksAnswers) {
   const DWORD one = 1;
   RegSetValueExW(key, L"OpenPIC_enable", 0, REG_DWORD, reinterpret_cast<const BYTE*>(&one), sizeof one);
   RegSetValueExW(key, L"words", 0, REG_SZ, reinterpret_cast<const BYTE*>(L"1"), 4);
+  RegSetValueExW(key, L"", 0, REG_DWORD, reinterpret_cast<const BYTE*>(&one), sizeof one);
   RegCloseKey(key);
   const Json with = Json::parse(Run(L"switches --json").out);
   const Json asked = Json::parse(Run(L"switches --json nosuch").out);
+  const std::string all = Run(L"switches").out;
+  const std::string words = Run(L"switches WORDS").out;
   const std::string doctor = Finding(DoctorFindings(L"", 0), "switches").at("text");
   RegDeleteKeyW(HKEY_CURRENT_USER, kSwitchesKey);
   EXPECT_EQ(with.at("IsSupportPreview"), true);
@@ -143,6 +166,8 @@ TEST_F(Vexelctl, SwitchesGivesTheSdksAnswers) {
   EXPECT_EQ(with.at("GetSwitchValue").at("words"), -1);
   EXPECT_EQ(asked.at("GetSwitchValue"), (Json{{"nosuch", -1}}));
   EXPECT_TRUE(Contains(doctor, "OpenPIC_enable = 1, words = the text \"1\"")) << doctor;
+  EXPECT_TRUE(Contains(all, "(default) = 1\n")) << all;
+  EXPECT_TRUE(Contains(words, "WORDS = -1  (stored as -1, or not as a REG_DWORD)")) << words;
 }
 
 TEST_F(Vexelctl, ExtensionsAreThoseOfTheSdk) {
@@ -175,12 +200,16 @@ TEST_F(Vexelctl, ACommandLineThatMakesNoSenseIsRefused) {
   ExpectRefused(L"open --type x a.bmp", 2, "--type");
   ExpectRefused(L"open nosuch.png", 3, "there is no picture 'nosuch.png'");
   ExpectRefused(L"doctor --host nosuch.exe", 3, "there is no program 'nosuch.exe'");
+  ExpectRefused(L"doctor --host a.bmp", 3, "'a.bmp' is no program");
   ExpectRefused(L"open", 2, "no picture was named");
+  EXPECT_FALSE(FileExists(File(L"log"))) << "the library has been started for nothing";
+  EXPECT_TRUE(ProgramsUnder(m_folder.Path()).empty());
   ExpectRefused(L"open --app 7 a.bmp", 2, "'7' is no program: write 1 or 2");
   ExpectRefused(L"open --for inf a.bmp", 2, "'inf' is no number of seconds");
   ExpectRefused(L"open --limit -1 a.bmp", 2, "'-1' is no number of seconds");
   ExpectRefused(L"log --for 2 a.log", 2, "--for requires --follow");
-  ExpectRefused(L"log --run -3 a.log", 2, "--run");
+  ExpectRefused(L"log --run -3 a.log", 2, "--run: '-3' is no number from 1 on (--help tells");
+  ExpectRefused(L"timeline --run x -o a.svg a.log", 2, "--run: 'x' is no number from 1 on (--help tells");
   ExpectRefused(L"", 2, "a command is missing");
 }
 
@@ -191,6 +220,7 @@ TEST_F(Vexelctl, EachCommandHasHelpWithTheExitCodes) {
     EXPECT_EQ(result.code, 0U) << Utf8(command);
     EXPECT_TRUE(Contains(result.out, "Usage: vexelctl")) << result.out;
     EXPECT_TRUE(Contains(result.out, "Exit codes:")) << result.out;
+    EXPECT_TRUE(Contains(result.out, "--color WHEN")) << result.out;
     EXPECT_EQ(result.err, "");
   }
   EXPECT_EQ(Lines(Run(L"--version").out), std::vector<std::string>{"vexelctl 1.0.0"});
