@@ -123,7 +123,11 @@ TEST_F(Vexelctl, OpenSaysThatAParameterHoldsNoSwitches) {
 
 TEST_F(Vexelctl, OpenTellsOfAnEditorThatIsLostOnTheWay) {
   const Variable zoo(L"VEXEL_EDITOR_ZOO", L"crash_after_open=300");
-  const Result result = Run(L"open --limit 100 a.bmp", "expect open_pic_success\nwait 3000\noperate 4\nwait 4000\n");
+  // Where each instruction is emulated, an editor needs seconds to die.
+  const Result result =
+      Run(L"open --limit 100 a.bmp",
+          "expect open_pic_success\nwait 3000\noperate 4\nwait 5000\noperate 4\nwait 8000\noperate 4\n"
+          "wait 1000\n");
   EXPECT_EQ(result.code, 1U) << result.out << result.err;
   EXPECT_TRUE(Contains(result.out, "the SDK has given the id up") || Contains(result.out, "run_error crash"))
       << result.out;
