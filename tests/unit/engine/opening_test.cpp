@@ -258,6 +258,7 @@ TEST_F(Opening, AnIdThatFinishesDuringTheStartGivesItsProcessUp) {
   ASSERT_TRUE(sim::WaitFor([&] { return sim::SomeoneWaitsFor(slow.startMs); }));
   Probe().SetFinished(id);
   sim::AdvanceMs(slow.startMs);
+  sim::SetClockSpeed(100); // the next one in the slot is as slow
   ASSERT_TRUE(DrainQueue());
   const std::uint32_t pid = StartedPids()[0];
   EXPECT_EQ(Pid(id), 0u);
@@ -278,6 +279,7 @@ TEST_F(Opening, TheFailureReachesTheLastIdThatWasBoundToNoProcess) {
   ASSERT_TRUE(sim::WaitFor([&] { return sim::SomeoneWaitsFor(slow.startMs); }));
   Probe().SetFinished(id);
   sim::AdvanceMs(slow.startMs);
+  sim::SetClockSpeed(100); // the next one in the slot is as slow
   ASSERT_TRUE(DrainQueue());
   EXPECT_TRUE(Holds(Events(), EventText(id, 0, "custom_message", "open_pic_process_fail")));
 }
