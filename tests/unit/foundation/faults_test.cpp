@@ -8,6 +8,7 @@
 #include "platform/sync.h"
 #include "tests/sim/debug.h"
 #include "tests/sim/faults.h"
+#include "tests/sim/file.h"
 #include "tests/sim/handles.h"
 #include "tests/sim/registry.h"
 #include "tests/sim/world.h"
@@ -168,6 +169,20 @@ TEST_F(Faults, ALineThatCanNotBeWrittenIsLostAlone) {
   sim::FailNth("WriteFile", 1);
   SDKLOG(LOG_INFO) << "2";
   SDKLOG(LOG_INFO) << "3";
+  EXPECT_EQ(LineCount(), 2);
+}
+
+TEST_F(Faults, AFullDiskCostsTheLinesThatDoNotFitAndNoMore) {
+  SDKLOG(LOG_INFO) << "1";
+  const std::string before = sim::FileBytes(kFixedLog);
+  sim::SetFreeSpace(L"C:", 0);
+  platform::SetLastError(17);
+  SDKLOG(LOG_INFO) << "2";
+  EXPECT_EQ(platform::GetLastError(), 17u);
+  EXPECT_EQ(sim::FileBytes(kFixedLog), before);
+  sim::SetFreeSpace(L"C:", before.size());
+  SDKLOG(LOG_INFO) << "3";
+  EXPECT_EQ(sim::CallCount("CreateFileW"), 1);
   EXPECT_EQ(LineCount(), 2);
 }
 
