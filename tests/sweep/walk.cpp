@@ -123,15 +123,18 @@ void Walker::OnEvent(char* text, void* data) {
 bool Walker::WaitsFail() const { return Forever("WaitForSingleObject") && sim::FaultsFired() > 0; }
 
 bool Walker::StartEngine() {
+  // A look at the engine builds it. Only when its threads wait does it get a record: whether the operator thread has
+  // begun by then would decide over a wake-up, so over the number of calls.
   const int events = sim::CallCount("CreateEventW");
-  VexelSDK_Init(nullptr);
+  IsClose(0);
   // The first event wakes the operator thread, which has another way. The next two are the brakes of the watches.
   const int nth = m_fault.nth - events;
-  if (m_fault.operation == "CreateEventW" && m_fault.nth > 0 && nth <= 3 &&
-      (nth > 1 || (m_fault.forever && nth <= 3))) {
+  if (m_fault.operation == "CreateEventW" && m_fault.nth > 0 && nth <= 3) {
     m_unstoppable = nth > 1 || m_fault.forever;
   }
-  return !m_unstoppable && Advance(20);
+  const bool rests = Advance(20);
+  VexelSDK_Init(nullptr);
+  return rests && Advance(20);
 }
 
 bool Walker::Rests() {
