@@ -461,10 +461,11 @@ void Walker::WorkOn() {
   constexpr double kSpeed = 10;
   constexpr double kWatchSpeed = 1000;
   constexpr int kSeconds = 60;
+  constexpr int kDrainSeconds = 30;
   constexpr char kPicture[] = "last.png";
   sim::TakeTurns(false);
   sim::SetClockSpeed(kSpeed);
-  for (int i = 0; i < kSeconds && !sim::WaitFor([] { return life::Probe().OperatorIsIdle(); }, 1); ++i) {
+  for (int i = 0; i < kDrainSeconds && !sim::WaitFor([] { return life::Probe().OperatorIsIdle(); }, 1); ++i) {
     sim::AdvanceMs(kConnectLimitMs); // a connect that is under way is given up
   }
   const platform::Window window = sim::MakeWindow();
@@ -479,8 +480,17 @@ void Walker::WorkOn() {
         return pid != 0 && life::Probe().OperatorIsIdle();
       },
       kSeconds);
+  if (id <= 0 || !reached || pid != PidOf(id) || !sim::IsRunning(pid)) {
+    const std::lock_guard lock(m_lock);
+    Wrong("an open reaches no editor any more");
+    return;
+  }
   const bool operated = OperatePic(id, 7);
-  const bool told = sim::WaitFor([&] { return sim::ReceivedTexts(pid).size() >= 2; }, kSeconds);
+  if (!operated || IsClose(id) || !sim::WaitFor([pid] { return sim::ReceivedTexts(pid).size() >= 2; }, kSeconds)) {
+    const std::lock_guard lock(m_lock);
+    Wrong("an operation reaches its editor no more");
+    return;
+  }
   // The crash watch looks at it some times, with at least one snapshot in each pass.
   constexpr int kSnapshots = 12;
   sim::SetClockSpeed(kWatchSpeed);
@@ -488,11 +498,7 @@ void Walker::WorkOn() {
   const bool watched = sim::WaitFor([=] { return sim::CallCount("CreateToolhelp32Snapshot") > snapshots; }, kSeconds);
   {
     const std::lock_guard lock(m_lock);
-    if (id <= 0 || !reached || pid != PidOf(id) || !sim::IsRunning(pid)) {
-      Wrong("an open reaches no editor any more");
-    } else if (!operated || !told || IsClose(id)) {
-      Wrong("an operation reaches its editor no more");
-    } else if (!watched) {
+    if (!watched) {
       Wrong("nobody looks after the editors any more");
     } else if (m_crashes.contains({id, pid})) {
       Wrong("an editor that runs is said to have crashed");
