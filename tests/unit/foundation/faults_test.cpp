@@ -6,6 +6,7 @@
 #include "foundation/text_codecs.h"
 #include "platform/error.h"
 #include "platform/sync.h"
+#include "tests/sim/clock.h"
 #include "tests/sim/debug.h"
 #include "tests/sim/faults.h"
 #include "tests/sim/file.h"
@@ -162,6 +163,33 @@ TEST_F(Faults, ThreadsWithoutAMutexDoNotStumbleOverEachOther) {
   }
   EXPECT_EQ(sim::CallCount("CreateFileW"), 1);
   EXPECT_GT(LineCount(), 0);
+}
+
+TEST_F(Faults, AMutexThatCanNotBeGivenUpStaysWithItsThreadUntilThatEnds) {
+  sim::SetClockSpeed(0);
+  SDKLOG(LOG_INFO) << "1";
+  const platform::Handle end = platform::CreateEventW(false, false);
+  std::thread owner([end] {
+    sim::FailNth("ReleaseMutex", 1);
+    SDKLOG(LOG_INFO) << "2";
+    SDKLOG(LOG_INFO) << "3"; // its own thread goes on
+    platform::WaitForSingleObject(end, platform::kInfinite);
+  });
+  EXPECT_TRUE(sim::WaitFor([] { return sim::LiveThreads() == 1; }));
+  EXPECT_TRUE(sim::WaitForRest());
+  EXPECT_EQ(LineCount(), 3);
+  std::thread other([] { SDKLOG(LOG_INFO) << "4"; });
+  EXPECT_TRUE(sim::WaitFor([] { return sim::LiveThreads() == 2; }));
+  EXPECT_TRUE(sim::WaitForRest());
+  sim::AdvanceMs(1000ull * 60 * 60 * 24 * 365);
+  EXPECT_TRUE(sim::WaitForRest());
+  EXPECT_EQ(LineCount(), 3);
+  platform::SetEvent(end);
+  owner.join();
+  other.join();
+  EXPECT_EQ(LineCount(), 4);
+  EXPECT_EQ(sim::FaultsFired("ReleaseMutex"), 1);
+  EXPECT_TRUE(platform::CloseHandle(end));
 }
 
 TEST_F(Faults, ALineThatCanNotBeWrittenIsLostAlone) {
