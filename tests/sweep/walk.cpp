@@ -43,6 +43,10 @@ const std::set<std::string>& InventoryOperations() {
   return names;
 }
 
+/// Beside threads that never wait each call of the others takes long, and where all waits fail the walks end much alike:
+/// one in so many goes on to the look at the rest.
+constexpr int kOneIn = 4;
+
 class Walker {
 public:
   explicit Walker(Fault fault) : m_fault(std::move(fault)) {}
@@ -465,8 +469,9 @@ void Walker::WorkOn() {
   constexpr char kPicture[] = "last.png";
   sim::TakeTurns(false);
   sim::SetClockSpeed(kSpeed);
-  for (int i = 0; i < kDrainSeconds && !sim::WaitFor([] { return life::Probe().OperatorIsIdle(); }, 1); ++i) {
+  for (int i = 0; i < kDrainSeconds && !life::Probe().OperatorIsIdle(); ++i) {
     sim::AdvanceMs(kConnectLimitMs); // a connect that is under way is given up
+    sim::WaitFor([] { return life::Probe().OperatorIsIdle(); }, 1);
   }
   const platform::Window window = sim::MakeWindow();
   const std::int32_t id = OpenEditor(L"C:\\pics\\last.png", reinterpret_cast<VexelWindow>(window), 1, nullptr);
@@ -540,7 +545,7 @@ std::string Walker::Run() {
   }
   if (!m_unstoppable) {
     CheckRemains();
-  } else {
+  } else if (!Forever("WaitForSingleObject") || m_fault.nth % kOneIn == 0) {
     WorkOn();
   }
   const std::lock_guard lock(m_lock);
