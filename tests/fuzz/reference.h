@@ -63,6 +63,41 @@ inline std::wstring Folded(std::wstring text) {
   return text;
 }
 
+/// The form in which two paths are compared: backslashes only, one where several stand, none at the end. What is behind a
+/// run stays as it is for as many characters as the run has lost, and a run that begins there is not seen.
+inline std::wstring ComparedPath(std::wstring_view path) {
+  std::wstring form;
+  std::size_t blind = 0;
+  for (std::size_t at = 0; at < path.size();) {
+    std::size_t run = 0;
+    while (at + run < path.size() && (path[at + run] == L'\\' || path[at + run] == L'/')) {
+      ++run;
+    }
+    if (run == 0 || blind > 0) {
+      form += run == 0 ? path[at] : L'\\';
+      blind -= blind > 0 ? 1u : 0u;
+      ++at;
+    } else {
+      form += L'\\';
+      blind = run - 1;
+      at += run;
+    }
+  }
+  while (form.ends_with(L'\\')) {
+    form.pop_back();
+  }
+  return form;
+}
+
+/// The path up to its last backslash, or up to its last slash where it has no backslash.
+inline std::wstring FolderOf(std::wstring path) {
+  const wchar_t separator = path.find(L'\\') != std::wstring::npos ? L'\\' : L'/';
+  while (!path.empty() && path.back() != separator) {
+    path.pop_back();
+  }
+  return path;
+}
+
 using Switches = std::map<std::wstring, std::wstring>;
 
 /// The switches of a text, one character after the other. Ends at the first NUL.

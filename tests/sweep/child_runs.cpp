@@ -18,6 +18,7 @@ using Clock = std::chrono::steady_clock;
 constexpr int kFiredStatus = 10;
 constexpr int kQuietStatus = 11;
 constexpr int kWrongStatus = 12;
+constexpr int kUnstoppableStatus = 13;
 
 struct Child {
   int number = 0;
@@ -40,7 +41,7 @@ std::string ReadAll(std::FILE* file) {
   bool fired = false;
   const std::string wrong = body(&fired);
   if (wrong == kUnstoppable) {
-    std::_Exit(kFiredStatus);
+    std::_Exit(kUnstoppableStatus);
   }
   if (!wrong.empty()) {
     std::fprintf(stderr, "%s\n", wrong.c_str());
@@ -57,9 +58,11 @@ ChildResult ResultOf(int status, bool hung, std::FILE* output) {
     result.end = ChildResult::End::kHung;
   } else if (!WIFEXITED(status)) {
     result.text += "ended by the signal " + std::to_string(WTERMSIG(status));
-  } else if (WEXITSTATUS(status) == kFiredStatus || WEXITSTATUS(status) == kQuietStatus) {
+  } else if (const int code = WEXITSTATUS(status);
+             code == kFiredStatus || code == kQuietStatus || code == kUnstoppableStatus) {
     result.end = ChildResult::End::kPassed;
-    result.fired = WEXITSTATUS(status) == kFiredStatus;
+    result.fired = code != kQuietStatus;
+    result.unstoppable = code == kUnstoppableStatus;
   } else if (WEXITSTATUS(status) == kWrongStatus) {
     result.end = ChildResult::End::kFailed;
   } else {

@@ -3,15 +3,17 @@
 #include <functional>
 #include <string>
 
-/// What a body says that can't stop its threads and has found nothing wrong: it passes, without a leak check.
+/// What a body says that can't stop its threads and has found nothing wrong: it passes, without a leak check, and the
+/// fault came about.
 inline constexpr const char* kUnstoppable = "unstoppable";
 
 /// What became of a run in a process of its own.
 struct ChildResult {
   enum class End { kPassed, kFailed, kCrashed, kHung };
   End end = End::kCrashed;
-  bool fired = false; // the fault came about
-  std::string text;   // what the child had to say, its stderr
+  bool fired = false;       // the fault came about
+  bool unstoppable = false; // what the body said
+  std::string text;         // what the child had to say, its stderr
 };
 
 /// Runs bodies in child processes, several at once. This process must have no other thread.

@@ -48,6 +48,11 @@ bool IsOutOfUse(const std::string& operation) {
   return names.contains(operation);
 }
 
+/// Whose failing takes a thread's only brake or its stop away.
+bool CanTakeAStop(const std::string& operation, bool forever) {
+  return operation == "CreateEventW" || operation == "SetEvent" || (operation == "WaitForSingleObject" && forever);
+}
+
 class Sweep : public testing::TestWithParam<std::string> {
 protected:
   static void FailEachCall(bool forever) {
@@ -55,6 +60,7 @@ protected:
     ChildRuns children(kAtOnce, kSeconds);
     const std::set<int> granted = operation == "GetProcAddress" ? EntriesTakenForGranted() : std::set<int>();
     int faults = 0;
+    int unstoppable = 0;
     children.UntilNothingFires(
         [&](int nth) -> ChildRuns::Body {
           return [=](bool* fired) {
@@ -67,9 +73,11 @@ protected:
               << operation << ", call " << nth << (forever ? " and all behind it" : "") << ": "
               << (result.end == ChildResult::End::kHung ? "hangs; " : "") << result.text;
           faults += result.fired && !granted.contains(nth) ? 1 : 0;
+          unstoppable += result.unstoppable ? 1 : 0;
         });
-    std::printf("%-28s %4d walks with %s\n", operation.c_str(), faults,
-                forever ? "a call and all behind it failing" : "a call failing");
+    std::printf("%-28s %4d walks with %s, %d of them with a thread that can't be stopped\n", operation.c_str(), faults,
+                forever ? "a call and all behind it failing" : "a call failing", unstoppable);
+    EXPECT_EQ(unstoppable != 0, CanTakeAStop(operation, forever));
     EXPECT_EQ(faults == 0, IsOutOfUse(operation)) << "a walk that does not call it proves nothing";
   }
 };

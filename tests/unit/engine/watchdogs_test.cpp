@@ -157,6 +157,45 @@ TEST_F(CrashWatch, AProcessThatCannotBeOpenedReadsAsGone) {
   EXPECT_TRUE(sim::IsRunning(Pid(id)));
 }
 
+TEST_F(CrashWatch, AWindowThatIsBusyHearsNothingBeforeItIsMarkedAndNoLockWaitsForIt) {
+  constexpr std::uint32_t kBusyMs = 30'000;
+  const std::int32_t id = OpenAndWait(m_window);
+  sim::SetClockSpeed(0);
+  sim::MakeBusy(m_window, kBusyMs);
+  sim::CrashProcess(Pid(id));
+  while (sim::CallCount("SetWindowLongPtrW") == 0) {
+    ASSERT_TRUE(sim::LetPass(100));
+  }
+  ASSERT_TRUE(sim::LetPass(kBusyMs - 1000));
+  EXPECT_TRUE(Probe().MutexesAreFree());
+  EXPECT_EQ(sim::ExStyle(m_window), 0x100);
+  EXPECT_EQ(Crashes(), 0);
+  ASSERT_TRUE(sim::LetPass(1000));
+  EXPECT_EQ(sim::ExStyle(m_window), 0x100 | platform::kWsExTransparent);
+  EXPECT_EQ(Crashes(), 1);
+}
+
+TEST_F(CrashWatch, AnEditorThatDiesBeforeItServesEndsTheOpenAtOnceAndIsNoCrash) {
+  constexpr std::uint32_t kLifeMs = 300;
+  sim::EditorScript script;
+  script.serveAfterMs = 1000;
+  script.dieAfterMs = kLifeMs;
+  sim::InstallEditors(script);
+  sim::SetClockSpeed(0);
+  const std::int32_t id = Open(m_window);
+  while (!Probe().OperatorIsIdle()) {
+    ASSERT_TRUE(sim::LetPass(100));
+    ASSERT_LT(sim::NowMs(), 50'000u) << "the connect is not given up";
+  }
+  const std::uint32_t pid = Pid(id);
+  EXPECT_FALSE(sim::IsRunning(pid));
+  EXPECT_GT(sim::ConnectAttempts(pid), 1);
+  ASSERT_TRUE(sim::LetPass(2 * 3500));
+  EXPECT_EQ(Events(), std::vector{EventText(id, pid, "custom_message", "open_pic_process_success")});
+  EXPECT_TRUE(Engine()->IsFinished(id));
+  EXPECT_TRUE(Probe().KillList().empty()); // there is nothing left to end
+}
+
 TEST_F(CrashWatch, AReplacedEditorMayDie) {
   const std::int32_t id = OpenAndWait(m_window);
   const std::uint32_t old = Pid(id);

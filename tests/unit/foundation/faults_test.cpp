@@ -6,7 +6,9 @@
 #include "foundation/text_codecs.h"
 #include "platform/error.h"
 #include "platform/sync.h"
+#include "tests/sim/clock.h"
 #include "tests/sim/faults.h"
+#include "tests/sim/file.h"
 #include "tests/sim/handles.h"
 #include "tests/sim/registry.h"
 #include "tests/sim/world.h"
@@ -162,11 +164,52 @@ TEST_F(Faults, ThreadsWithoutAMutexDoNotStumbleOverEachOther) {
   EXPECT_GT(LineCount(), 0);
 }
 
+TEST_F(Faults, AMutexThatCanNotBeGivenUpStaysWithItsThreadUntilThatEnds) {
+  sim::SetClockSpeed(0);
+  SDKLOG(LOG_INFO) << "1";
+  const platform::Handle end = platform::CreateEventW(false, false);
+  std::thread owner([end] {
+    sim::FailNth("ReleaseMutex", 1);
+    SDKLOG(LOG_INFO) << "2";
+    SDKLOG(LOG_INFO) << "3"; // its own thread goes on
+    platform::WaitForSingleObject(end, platform::kInfinite);
+  });
+  EXPECT_TRUE(sim::WaitFor([] { return sim::LiveThreads() == 1; }));
+  EXPECT_TRUE(sim::WaitForRest());
+  EXPECT_EQ(LineCount(), 3);
+  std::thread other([] { SDKLOG(LOG_INFO) << "4"; });
+  EXPECT_TRUE(sim::WaitFor([] { return sim::LiveThreads() == 2; }));
+  EXPECT_TRUE(sim::WaitForRest());
+  sim::AdvanceMs(1000ull * 60 * 60 * 24 * 365);
+  EXPECT_TRUE(sim::WaitForRest());
+  EXPECT_EQ(LineCount(), 3);
+  platform::SetEvent(end);
+  owner.join();
+  other.join();
+  EXPECT_EQ(LineCount(), 4);
+  EXPECT_EQ(sim::FaultsFired("ReleaseMutex"), 1);
+  EXPECT_TRUE(platform::CloseHandle(end));
+}
+
 TEST_F(Faults, ALineThatCanNotBeWrittenIsLostAlone) {
   SDKLOG(LOG_INFO) << "1";
   sim::FailNth("WriteFile", 1);
   SDKLOG(LOG_INFO) << "2";
   SDKLOG(LOG_INFO) << "3";
+  EXPECT_EQ(LineCount(), 2);
+}
+
+TEST_F(Faults, AFullDiskCostsTheLinesThatDoNotFitAndNoMore) {
+  SDKLOG(LOG_INFO) << "1";
+  const std::string before = sim::FileBytes(kFixedLog);
+  sim::SetFreeSpace(L"C:", 0);
+  platform::SetLastError(17);
+  SDKLOG(LOG_INFO) << "2";
+  EXPECT_EQ(platform::GetLastError(), 17u);
+  EXPECT_EQ(sim::FileBytes(kFixedLog), before);
+  sim::SetFreeSpace(L"C:", before.size());
+  SDKLOG(LOG_INFO) << "3";
+  EXPECT_EQ(sim::CallCount("CreateFileW"), 1);
   EXPECT_EQ(LineCount(), 2);
 }
 

@@ -195,6 +195,28 @@ TEST_F(EditorHelper, GivesUpAtOnceWhenTheEditorIsGone) {
   EXPECT_EQ(sim::CallCount("CltConnectServer"), 0);
 }
 
+TEST_F(EditorHelper, AProcessWhoseModulesCanNotBeReadYetIsKnownByItsImage) {
+  sim::EditProcess(m_pid, [](sim::ProcessSpec& spec) { spec.moduleRouteLate = 1; }); // so its two looks give two texts
+  VexelSDKHelper helper;
+  ASSERT_TRUE(helper.StartServer(m_pid));
+  EXPECT_TRUE(helper.WriteOperator(RecordOf(SDK_OPEN), nullptr));
+}
+
+TEST_F(EditorHelper, AProcessThatCanNotBeReadYetCountsAsGoneAndIsConnectedLater) {
+  sim::EditProcess(m_pid, [](sim::ProcessSpec& spec) {
+    spec.moduleRouteLate = 1;
+    spec.imageRoute = false;
+  });
+  VexelSDKHelper helper;
+  ASSERT_TRUE(helper.StartServer(m_pid));
+  bool sent = true;
+  EXPECT_FALSE(helper.WriteOperator(RecordOf(SDK_OPEN), &sent));
+  EXPECT_FALSE(sent);
+  EXPECT_EQ(sim::CallCount("CltConnectServer"), 0);
+  EXPECT_TRUE(helper.WriteOperator(RecordOf(SDK_OPEN), &sent));
+  EXPECT_TRUE(sent);
+}
+
 TEST_F(EditorHelper, TriesUntilTheEditorServesAndLogsEachAttempt) {
   sim::EditorScript script;
   script.refusedConnects = 3;

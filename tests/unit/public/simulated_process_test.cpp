@@ -443,6 +443,23 @@ TEST_F(SimulatedDrives, WithoutADeviceAddNothing) {
   EXPECT_FALSE(m_map.TranslateDevicePath(path));
 }
 
+TEST_F(SimulatedDrives, OneThatGoesIsKnownUntilTheMapIsLoadedAgain) {
+  const std::wstring device = L"\\Device\\HarddiskVolume10\\a.exe";
+  m_map.LoadDevicePathMap();
+  sim::RemoveDrive(L"D:");
+  std::wstring path = device;
+  EXPECT_TRUE(m_map.TranslateDevicePath(path));
+  EXPECT_EQ(path, L"d:\\a.exe");
+  sim::AddDrive(L"E:", {L"\\Device\\HarddiskVolume10"}); // the same disk under another letter
+  path = device;
+  EXPECT_TRUE(m_map.TranslateDevicePath(path));
+  EXPECT_EQ(path, L"d:\\a.exe");
+  m_map.LoadDevicePathMap();
+  path = device;
+  EXPECT_TRUE(m_map.TranslateDevicePath(path));
+  EXPECT_EQ(path, L"e:\\a.exe");
+}
+
 TEST_F(SimulatedDrives, AllTwentySixAreRead) {
   for (wchar_t letter = L'A'; letter <= L'Z'; ++letter) {
     if (letter != L'C' && letter != L'D') {

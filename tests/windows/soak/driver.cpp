@@ -26,6 +26,9 @@ constexpr auto kSweepPause = 400ms;
 /// Long enough that a crash which is going to be told has been told.
 constexpr auto kSilence = 45s;
 constexpr auto kLeaveLimit = 180s;
+/// A close lets through the calls that are under way, and seldom is there one.
+constexpr int kEventsBehindCloses = 3;
+constexpr int kClosesForOneEvent = 10;
 constexpr std::int64_t kTransparent = WS_EX_TRANSPARENT;
 
 } // namespace
@@ -124,6 +127,9 @@ bool Driver::HasEnded(Slot& slot) {
 
 void Driver::EndLife(Slot& slot, End how) {
   Life& life = *slot.life;
+  if (how == End::kFailed && life.IsCalm() && life.IsOpen() && !m_endedFromOutside.contains(life.Pid())) {
+    Fail(&life, "a sound editor that nobody ended is given up without a word");
+  }
   if (how == End::kSilent) {
     Ask("close", life.Id()); // for the engine it lives, and its window would keep it
   }
@@ -131,7 +137,7 @@ void Driver::EndLife(Slot& slot, End how) {
   ++m_ends[NameOf(how)];
   ++m_cycles;
   m_lastProgress = Clock::now();
-  if (how != End::kCrashed && life.Pid() != 0) {
+  if (how != End::kCrashed && how != End::kReplacedLate && life.Pid() != 0) {
     Release(life.Pid(), life.Id(), !life.IsOpen());
   }
   const std::int32_t id = life.Id();
@@ -172,8 +178,7 @@ void Driver::LookAtOpening(Slot& slot) {
     if (m_random() % 10 == 0) {
       Close(slot); // should it hang, all others wait until its exchange is given up
     } else {
-      ++m_terminated;
-      sdktest::EndProgram(life.Pid());
+      EndFromOutside(life.Pid());
     }
   }
 }
@@ -301,8 +306,9 @@ void Driver::Run() {
     }
     if (m_cycles >= (quarter + 1) * m_plan.cycles / 4 && quarter < 4) {
       ++quarter;
+      m_marks.push_back({static_cast<std::int64_t>(m_served.size()), m_cycles, AskUsage(m_host)});
       std::cout << "soak: after " << m_cycles << " cycles and " << m_served.size()
-                << " processes: " << Describe(AskUsage(m_host)) << std::endl;
+                << " processes: " << Describe(m_marks.back().usage) << std::endl;
     }
   }
   m_isEnding = true;
@@ -353,6 +359,33 @@ void Driver::CheckLeftBehind() {
   }
   if (waiting > 2) {
     Fail(nullptr, std::to_string(waiting) + " processes wait, and there are two programs");
+  }
+}
+
+void Driver::CheckReports() {
+  const Clock::time_point end = Clock::now() + kSilence;
+  const auto isTold = [this](const auto& each) {
+    const Life& life = *m_past.at(each.first);
+    return life.Crashes() == 1 || life.Finishes() > 0;
+  };
+  while (!IsPast(end) && !std::all_of(m_awaited.begin(), m_awaited.end(), isTold)) {
+    TakeEvents();
+    Sleep(20);
+  }
+  for (const auto& each : m_awaited) {
+    if (!isTold(each)) {
+      Fail(m_past.at(each.first).get(), "the crash of an editor that was replaced late is not told");
+    }
+  }
+  int behind = 0;
+  int closes = 0;
+  for (const auto& [id, life] : m_past) {
+    behind += life->EventsAfterClose();
+    closes += life->HowEnded() == End::kClosed ? 1 : 0;
+  }
+  std::cout << "soak: " << behind << " events after " << closes << " plain closes" << std::endl;
+  if (behind > kEventsBehindCloses + closes / kClosesForOneEvent) {
+    Fail(nullptr, std::to_string(behind) + " events came after plain closes");
   }
 }
 

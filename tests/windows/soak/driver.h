@@ -44,6 +44,17 @@ public:
   void Run();
   /// Waits until everything has ended that the rules end, and fails the test for what is left behind.
   void CheckLeftBehind();
+  /// Waits for the reports that were still to come, and fails the test for those that don't, and for events behind closes
+  /// beyond the few that can be under way.
+  void CheckReports();
+
+  /// What the host held after each quarter of the cycles, and how many processes had served by then.
+  struct Mark {
+    std::int64_t processes = 0;
+    int cycles = 0;
+    Usage usage;
+  };
+  const std::vector<Mark>& Marks() const { return m_marks; }
 
   int Cycles() const { return m_cycles; }
   std::size_t Processes() const { return m_served.size(); }
@@ -88,6 +99,8 @@ private:
   void Operate(Slot& slot);
   void EndWindow(Slot& slot);
   void KillWaitingEditor();
+  void EndFromOutside(std::uint32_t pid);
+  void DestroyWindowOf(Slot& slot);
 
   /// Whether the id's end has been told or can be asked for; if so, this is noted.
   bool HasEnded(Slot& slot);
@@ -114,6 +127,9 @@ private:
   std::map<std::int32_t, std::unique_ptr<Life>> m_past;
   std::vector<Leaving> m_leaving;
   std::set<std::uint32_t> m_served; // process ids that have served an id or were ended while they waited
+  std::set<std::uint32_t> m_endedFromOutside;
+  std::map<std::int32_t, std::int64_t> m_awaited; // ids whose crash is still to be told, each with its window
+  std::vector<Mark> m_marks;
   std::size_t m_eventsTaken = 0;
   std::int32_t m_lastId = 0;
   bool m_isEnding = false;
@@ -129,7 +145,6 @@ private:
   int m_leftAlone = 0;
   std::size_t m_peak = 0;
   std::map<std::string, int> m_ends;
-  std::vector<std::string> m_usage;
 };
 
 } // namespace soak

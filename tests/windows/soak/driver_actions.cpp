@@ -19,7 +19,7 @@ constexpr auto kLookAgain = 1000ms;
 void Driver::Open(Slot& slot) {
   if (slot.window == 0 || m_random() % 4 == 0) {
     if (slot.window != 0) {
-      m_host.Ask("destroywindow " + std::to_string(slot.window));
+      DestroyWindowOf(slot);
     }
     slot.window = m_host.Ask("window");
   }
@@ -50,7 +50,10 @@ void Driver::Replace(Slot& slot) {
       Fail(slot.life.get(), "a living window was given the new id " + std::to_string(id));
     }
     if (!HasEnded(slot)) {
-      EndLife(slot, isFinished ? End::kFailed : End::kCrashed);
+      if (!isFinished && !slot.isUnwatched) {
+        m_awaited[slot.life->Id()] = slot.window; // the watch has let go of the window, and tells of the crash now
+      }
+      EndLife(slot, isFinished ? End::kFailed : End::kReplacedLate);
     }
     m_lastId = static_cast<std::int32_t>(id);
     slot.life = std::make_unique<Life>(m_lastId);
@@ -90,9 +93,21 @@ void Driver::CloseWithChanges(Slot& slot) {
   Go(slot, Step::kWaitEdit, kLookAgain);
 }
 
-void Driver::Terminate(Slot& slot) {
+void Driver::EndFromOutside(std::uint32_t pid) {
   ++m_terminated;
-  sdktest::EndProgram(slot.life->Pid());
+  m_endedFromOutside.insert(pid);
+  sdktest::EndProgram(pid);
+}
+
+void Driver::DestroyWindowOf(Slot& slot) {
+  m_host.Ask("destroywindow " + std::to_string(slot.window));
+  // A window that has gone hears of no crash.
+  std::erase_if(m_awaited, [&slot](const auto& each) { return each.second == slot.window; });
+  slot.window = 0;
+}
+
+void Driver::Terminate(Slot& slot) {
+  EndFromOutside(slot.life->Pid());
   Go(slot, Step::kWaitEnd, kLookAgain);
 }
 
@@ -115,8 +130,7 @@ void Driver::Operate(Slot& slot) {
 }
 
 void Driver::EndWindow(Slot& slot) {
-  m_host.Ask("destroywindow " + std::to_string(slot.window));
-  slot.window = 0;
+  DestroyWindowOf(slot);
   Go(slot, Step::kWaitEnd, kLookAgain);
 }
 
@@ -124,9 +138,8 @@ void Driver::KillWaitingEditor() {
   std::set<std::uint32_t> busy = m_served;
   for (const sdktest::Program& program : sdktest::ProgramsUnder(m_folder.Path())) {
     if (program.name != L"testhost.exe" && !busy.contains(program.pid)) {
-      sdktest::EndProgram(program.pid);
+      EndFromOutside(program.pid);
       m_served.insert(program.pid);
-      ++m_terminated;
       return;
     }
   }

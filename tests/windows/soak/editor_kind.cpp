@@ -26,14 +26,18 @@ constexpr std::array<Weighted, 12> kKinds{{
     {2, "slow=50;flood=60;exit_after_open=50"},
 }};
 
-/// What an editor says after an open: how it answers its user's question, and texts that are no events.
-std::string Events(const std::string& answer) {
-  return R"(events={"type":"soak","param":")" + answer + R"(","process_id":%PID%}||no json||{"type":7})";
+/// What an editor says after an open: how it answers its user's question, how it behaves, and texts that are no events.
+std::string Events(const std::string& answer, const std::string& zoo) {
+  const std::string label = "flood=";
+  const std::size_t flood = zoo.find(label);
+  const std::string count = flood == std::string::npos ? "0" : zoo.substr(flood + label.size());
+  return R"(events={"type":"soak","param":")" + answer + R"(","calm":)" + (zoo.empty() ? "true" : "false") +
+         R"(,"flood":)" + count.substr(0, count.find(';')) + R"(,"process_id":%PID%}||no json||{"type":7})";
 }
 
 } // namespace
 
-EditorKind CalmEditor() { return {Events("discard"), "discard"}; }
+EditorKind CalmEditor() { return {Events("discard", ""), "discard"}; }
 
 EditorKind RandomEditor(std::mt19937& random) {
   int sum = 0;
@@ -49,7 +53,7 @@ EditorKind RandomEditor(std::mt19937& random) {
   constexpr std::array<const char*, 3> kAnswers{"save", "discard", "cancel"};
   const std::string answer = kAnswers[random() % kAnswers.size()];
   const std::string zoo = kKinds[at].zoo;
-  return {zoo.empty() ? Events(answer) : Events(answer) + ";" + zoo, answer};
+  return {zoo.empty() ? Events(answer, zoo) : Events(answer, zoo) + ";" + zoo, answer};
 }
 
 } // namespace soak

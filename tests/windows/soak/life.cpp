@@ -35,6 +35,8 @@ const char* NameOf(End end) {
     return "finished";
   case End::kCrashed:
     return "crashed";
+  case End::kReplacedLate:
+    return "replaced late";
   case End::kFailed:
     return "failed";
   case End::kSilent:
@@ -67,7 +69,10 @@ std::string Life::Judge(const std::string& text) {
     m_pids.push_back(pid);
     m_hasOpenSuccess = false;
     m_isModified = false;
+    m_isCalm = false;
     m_answer.clear();
+    m_nextFlood.erase(pid);
+    m_announcedFlood.erase(pid);
     return {};
   }
   if (IsType(text, "custom_message") && param == "open_pic_process_fail") {
@@ -89,14 +94,19 @@ std::string Life::Judge(const std::string& text) {
   }
   if (IsType(text, "finish_operator")) {
     ++m_finishes;
-    return {};
+    return HasWholeFlood(pid) ? "" : "an editor left before its flood had come";
   }
   if (IsType(text, "edit")) {
-    m_isModified = pid == Pid() ? Contains(text, "\"status\":true") : m_isModified;
-    return {};
+    const bool isModified = Contains(text, "\"status\":true");
+    m_isModified = pid == Pid() ? isModified : m_isModified;
+    return !isModified || HasWholeFlood(pid) ? "" : "an edit before the flood that came first";
   }
   if (IsType(text, "soak")) {
-    m_answer = pid == Pid() ? param : m_answer;
+    m_announcedFlood[pid] = NumberAfter(text, "\"flood\":");
+    if (pid == Pid()) {
+      m_answer = param;
+      m_isCalm = Contains(text, "\"calm\":true");
+    }
     return {};
   }
   if (IsType(text, "flood")) {

@@ -12,10 +12,11 @@ namespace soak {
 /// How an id came to its end.
 enum class End {
   kNone,
-  kClosed,   // a plain close: nothing more is heard
-  kFinished, // the editor left and said so
-  kCrashed,  // the editor died and the SDK said so
-  kFailed,   // the open or a later send failed: the id is finished without a word
+  kClosed,       // a plain close: nothing more is heard
+  kFinished,     // the editor left and said so
+  kCrashed,      // the editor died and the SDK said so
+  kReplacedLate, // the editor died, and a replacement came before the SDK said so, which it still has to
+  kFailed,       // the open or a later send failed: the id is finished without a word
   kSilent, // the editor died with an end on record: while it asked its user, or under a process id that had ended before
 };
 
@@ -50,11 +51,18 @@ public:
   /// How the process answers the question about unsaved changes; "" while it has not said so.
   const std::string& Answer() const { return m_answer; }
 
+  /// Whether the process has said that it is one which does as it should.
+  bool IsCalm() const { return m_isCalm; }
+  /// Events that came after a plain close.
+  int EventsAfterClose() const { return m_afterClose; }
+
   /// All events so far, for a report of what went wrong.
   std::string History() const;
 
 private:
   std::string Judge(const std::string& text);
+  /// What a process says behind its flood comes behind all of it.
+  bool HasWholeFlood(std::uint32_t pid) { return m_nextFlood[pid] == m_announcedFlood[pid]; }
 
   std::int32_t m_id;
   End m_end = End::kNone;
@@ -65,8 +73,10 @@ private:
   int m_finishes = 0;
   int m_afterClose = 0;
   bool m_isModified = false;
+  bool m_isCalm = false;
   std::string m_answer;
   std::map<std::uint32_t, std::int64_t> m_nextFlood;
+  std::map<std::uint32_t, std::int64_t> m_announcedFlood; // by the process itself
   std::vector<std::string> m_texts;
 };
 

@@ -12,6 +12,7 @@
 #include <cstdlib>
 #include <iostream>
 #include <string>
+#include <vector>
 
 namespace {
 
@@ -37,6 +38,26 @@ constexpr std::int64_t kSomeHandles = 64;
 constexpr std::int64_t kSomeHeap = 1024 * 1024;
 constexpr std::int64_t kSomeThreads = 16;
 
+constexpr int kLongRun = 200; // cycles; in a shorter run the quarters hold too few processes
+
+/// Between the quarters of a long run nothing grows but what the links of new processes hold.
+void CheckLevel(const std::vector<Driver::Mark>& marks) {
+  if (marks.empty() || marks.back().cycles < kLongRun) {
+    return;
+  }
+  for (std::size_t i = 1; i < marks.size(); ++i) {
+    SCOPED_TRACE("quarter " + std::to_string(i + 1));
+    const Usage& before = marks[i - 1].usage;
+    const Usage& after = marks[i].usage;
+    const std::int64_t processes = marks[i].processes - marks[i - 1].processes;
+    const std::int64_t cycles = marks[i].cycles - marks[i - 1].cycles;
+    EXPECT_LE(after.AllHandles() - before.AllHandles(), processes * kHandlesForEachProcess + kSomeHandles);
+    EXPECT_LE(after.heapBytes - before.heapBytes,
+              processes * kHeapForEachProcess + cycles * kLostForEachCycle + kSomeHeap / 4);
+    EXPECT_LE(after.threads - before.threads, processes * kThreadsForEachProcess + kSomeThreads);
+  }
+}
+
 TEST_F(Soak, EditorsThatDieHangAndFloodLeaveNothingUnknown) {
   Plan plan;
   plan.windows = static_cast<std::size_t>(Setting("VEXEL_SOAK_WINDOWS", 8));
@@ -54,7 +75,9 @@ TEST_F(Soak, EditorsThatDieHangAndFloodLeaveNothingUnknown) {
   ASSERT_TRUE(driver.OpenAll());
   const Usage early = AskUsage(Host());
   driver.Run();
+  driver.CheckReports();
   driver.CheckLeftBehind();
+  CheckLevel(driver.Marks());
 
   const Usage late = AskUsage(Host());
   const std::int64_t processes = static_cast<std::int64_t>(driver.Processes()) + 2;
