@@ -92,7 +92,7 @@ void MonthsDriver::Trace(const std::string& what) {
 
 bool MonthsDriver::Run(int steps) {
   StartEngine();
-  if (Draw(4) == 0) {
+  if (Draw(6) == 0) {
     GatherCrowd();
   }
   for (int i = 0; i < steps && Wrong().empty(); ++i) {
@@ -135,7 +135,7 @@ void MonthsDriver::Step() {
     drawn -= share.weight;
   }
   Advance(0);
-  if (Chance(25)) {
+  if (Chance(50)) {
     ReuseListedPid();
   }
   LimitEditors();
@@ -237,7 +237,7 @@ MonthsDriver::Pid MonthsDriver::PickEditor() {
 
 sim::EditorScript MonthsDriver::DrawScript() {
   sim::EditorScript script;
-  script.serves = !Chance(4);
+  script.serves = !Chance(8);
   m_programServes = script.serves;
   script.serveAfterMs = Chance(20) ? 200 : 0;
   script.refusedConnects = Chance(20) ? 3 : 0;

@@ -281,7 +281,7 @@ void MonthsDriver::ReuseListedPid() {
   if (entries.empty()) {
     return;
   }
-  const KillEntry& entry = entries.begin()->second;
+  const KillEntry& entry = entries.rbegin()->second; // the one whose turn comes last
   if (const std::lock_guard lock(m_lock); sim::IsRunning(entry.m_pid)) {
     Ends(entry.m_pid);
     sim::EndProcess(entry.m_pid);
