@@ -172,6 +172,7 @@ private:
 
   // The driver's own, on its thread.
   sim::World m_world;
+  bool m_crowded; // a sixth of the seeds: a crowd takes its time
   std::mt19937_64 m_random;
   std::vector<platform::Window> m_windows;
   std::vector<platform::Window> m_goneWindows;

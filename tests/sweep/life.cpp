@@ -152,9 +152,7 @@ std::string KillWatch::Look() {
   }
   for (const auto& [pid, created] : m_running) {
     const auto still = running.find(pid);
-    const auto leaving = m_leaving.find(pid);
-    if ((still != running.end() && still->second == created) ||
-        (leaving != m_leaving.end() && leaving->second == created)) {
+    if ((still != running.end() && still->second == created) || m_leaving.contains({pid, created})) {
       continue;
     }
     ++m_kills;
@@ -174,6 +172,6 @@ std::string KillWatch::Look() {
   return wrong;
 }
 
-void KillWatch::EndsBySelf(std::uint32_t pid, std::int64_t created) { m_leaving[pid] = created; }
+void KillWatch::EndsBySelf(std::uint32_t pid, std::int64_t created) { m_leaving.emplace(pid, created); }
 
 } // namespace life

@@ -5,7 +5,9 @@
 #include <cstdint>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
+#include <utility>
 
 // How a program lives a life of the library over the simulated platform, with the clock stopped and time moved on from
 // one wake to the next, so that a year of waiting costs what there is to do in it and no more.
@@ -54,10 +56,10 @@ public:
 private:
   std::string LookAtList();
 
-  std::map<std::uint32_t, std::int64_t> m_running;     // by pid: created
-  std::map<std::uint32_t, std::int64_t> m_listed;      // by pid: created, of what is on the list
-  std::map<std::uint32_t, std::uint64_t> m_entryTimes; // by pid: as the entry has it
-  std::map<std::uint32_t, std::int64_t> m_leaving;     // by pid: created
+  std::map<std::uint32_t, std::int64_t> m_running;            // by pid: created
+  std::map<std::uint32_t, std::int64_t> m_listed;             // by pid: created, of what is on the list
+  std::map<std::uint32_t, std::uint64_t> m_entryTimes;        // by pid: as the entry has it
+  std::set<std::pair<std::uint32_t, std::int64_t>> m_leaving; // pid and created
   int m_starts = -1;
   int m_terminations = 0;
   int m_kills = 0;
