@@ -52,12 +52,9 @@ void Account::Links(Pid pid, std::int64_t created, bool serves) {
   m_unpolled.insert(pid); // what an earlier link holds is read no more
 }
 
-void Account::Sees(std::size_t waiting, bool idle) {
+void Account::Sees(std::size_t waiting) {
   while (m_queue.size() > waiting) {
     Next();
-  }
-  if (idle) {
-    Settle();
   }
 }
 
@@ -147,7 +144,10 @@ void Account::Settle() {
   m_finished.insert(record.id);
 }
 
-void Account::Ends() { Sees(0, true); }
+void Account::Ends() {
+  Sees(0);
+  Rests();
+}
 
 bool Account::Fits(const Record& record, const std::string& type, const std::string& text) {
   const auto is = [&](const char* name, const char* key) {
@@ -221,26 +221,31 @@ void Account::Reads(const std::string& text, Pid pid) {
   }
 }
 
-void Account::Makes(const std::string& text, std::size_t waiting) {
+/// Whether the record that is run has this to tell.
+bool Account::IsAt(const std::string& text) const {
+  if (!m_run.on || m_run.record.id != life::NumberOf(text, "id")) {
+    return false;
+  }
+  if (life::TextOf(text, "param") == "open_pic_success") {
+    return m_run.pid == life::NumberOf(text, "process_id") && m_run.received && m_run.replies && !m_run.reported;
+  }
+  return m_run.record.op == SDK_OPEN && !m_run.bound && !m_run.refused;
+}
+
+void Account::Reaches(const std::string& text, std::size_t waiting) {
+  while (life::TextOf(text, "type") == "custom_message" && !IsAt(text) && m_queue.size() > waiting) {
+    Next();
+  }
+}
+
+void Account::Makes(const std::string& text) {
   if (life::TextOf(text, "type") != "custom_message") {
     return;
   }
   const std::string param = life::TextOf(text, "param");
   const auto id = static_cast<Id>(life::NumberOf(text, "id").value_or(0));
   const auto pid = static_cast<Pid>(life::NumberOf(text, "process_id").value_or(0));
-  const auto isOf = [&] {
-    if (!m_run.on || m_run.record.id != id) {
-      return false;
-    }
-    if (param == "open_pic_success") {
-      return m_run.pid == pid && m_run.received && m_run.replies && !m_run.reported;
-    }
-    return m_run.record.op == SDK_OPEN && !m_run.bound && !m_run.refused;
-  };
-  while (!isOf() && m_queue.size() > waiting) {
-    Next();
-  }
-  if (!isOf()) {
+  if (!IsAt(text)) {
     Fail("an event came at a place where nothing is to be told: " + text);
   } else if (param == "open_pic_success") {
     m_run.reported = true;

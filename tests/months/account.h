@@ -48,16 +48,20 @@ public:
   // ---- what the system and the editors do
   /// The engine made a link to a process: created as CreatedAt has it, and a program that serves its pipe or does not.
   void Links(Pid pid, std::int64_t created, bool serves);
-  /// `waiting` records are in the engine's queue; idle: and none is run.
-  void Sees(std::size_t waiting, bool idle);
+  /// `waiting` records are in the engine's queue.
+  void Sees(std::size_t waiting);
+  /// No record is run.
+  void Rests() { Settle(); }
   /// An editor got a text. True when it is a record's, and not the close of a replaced one.
   bool Receives(Pid pid, const std::string& text);
   /// What comes of the exchange with that record: a reply, or none.
   void Replies(bool replies) { m_run.replies = replies; }
   /// The engine has read an editor's text of that number.
   void Reads(const std::string& text, Pid pid);
-  /// The engine made an event of its own for the host; `waiting` as for Sees.
-  void Makes(const std::string& text, std::size_t waiting);
+  /// The engine made an event of its own for the host. First the record that it belongs to, `waiting` as for Sees; behind
+  /// that the links which the record has made.
+  void Reaches(const std::string& text, std::size_t waiting);
+  void Makes(const std::string& text);
   /// Every record has been run.
   void Ends();
 
@@ -109,6 +113,7 @@ private:
   };
 
   void Next();
+  bool IsAt(const std::string& text) const;
   void Settle();
   void LeavesOld();
   bool MayHaveFailed() const;

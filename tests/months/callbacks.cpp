@@ -56,6 +56,30 @@ void MonthsDriver::TakeEvent(char* buffer, Slot& slot) {
 /// left the queue. `current` is the buffer that is being told.
 void MonthsDriver::Scan(const char* current) {
   EngineProbe engine(m_engine);
+  const std::size_t waiting = engine.Queued();
+  for (const char* const buffer : buffers::TakeFresh()) {
+    if (buffer != current) {
+      ++m_lost;
+      ++m_figures.deliberate;
+      Judge(buffer, nullptr);
+    }
+  }
+  m_account.Sees(waiting);
+  LinkStarted();
+  if (engine.OperatorIsIdle()) {
+    m_account.Rests();
+  }
+  for (const Pid pid : m_account.Unpolled()) {
+    m_unread.erase(pid);
+  }
+  m_account.ForgetUnpolled();
+  if (!m_account.Wrong().empty()) {
+    Fail(m_account.Wrong());
+  }
+}
+
+/// The links to the processes that were started by the records up to here.
+void MonthsDriver::LinkStarted() {
   if (const int calls = sim::CallCount("CreateProcessW"); calls != m_startCalls) {
     m_startCalls = calls;
     const auto started = sim::StartedPrograms();
@@ -66,22 +90,6 @@ void MonthsDriver::Scan(const char* current) {
       // An earlier link of a process id that came back is let go on purpose: its event and its connection stay.
       m_lostLinks += m_linked.insert(pid).second ? 0 : 1;
     }
-  }
-  const std::size_t waiting = engine.Queued();
-  for (const char* const buffer : buffers::TakeFresh()) {
-    if (buffer != current) {
-      ++m_lost;
-      ++m_figures.deliberate;
-      Judge(buffer, nullptr);
-    }
-  }
-  m_account.Sees(waiting, engine.OperatorIsIdle());
-  for (const Pid pid : m_account.Unpolled()) {
-    m_unread.erase(pid);
-  }
-  m_account.ForgetUnpolled();
-  if (!m_account.Wrong().empty()) {
-    Fail(m_account.Wrong());
   }
 }
 
@@ -94,7 +102,9 @@ void MonthsDriver::Judge(const std::string& text, const Slot* slot) {
     JudgeEditorEvent(text, static_cast<std::uint64_t>(*number), slot);
     return;
   }
-  m_account.Makes(text, EngineProbe(m_engine).Queued());
+  m_account.Reaches(text, EngineProbe(m_engine).Queued());
+  LinkStarted();
+  m_account.Makes(text);
   const auto pid = static_cast<Pid>(life::NumberOf(text, "process_id").value_or(0));
   const auto owner = m_account.IdOf(pid);
   const Slot* const due = owner.has_value() ? SlotOf(*owner) : nullptr;

@@ -142,6 +142,7 @@ private:
   static void OnEvent(char* text, void* data);
   void TakeEvent(char* buffer, Slot& slot);
   void Scan(const char* current = nullptr);
+  void LinkStarted();
   void Judge(const std::string& text, const Slot* slot);
   void JudgeEditorEvent(const std::string& text, std::uint64_t number, const Slot* slot);
   void JudgeCrash(const std::string& text);
