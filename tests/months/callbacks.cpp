@@ -25,21 +25,13 @@ void MonthsDriver::TakeEvent(char* buffer, Slot& slot) {
   const std::lock_guard lock(m_lock);
   const std::string text = buffer;
   ++m_figures.events;
+  ++m_told;
   Trace(text);
-  if (slot.dead) {
-    Fail("the id " + std::to_string(slot.id) + " was told after its callback was cleared: " + text);
-  }
   if (!buffers::IsLive(buffer) || std::find(m_held.begin(), m_held.end(), buffer) != m_held.end()) {
     Fail("a buffer was handed out twice");
   }
-  if (text.find("testserver") != std::string::npos) {
-    Fail("a probe was told: " + text);
-  }
-  if (life::NumberOf(text, "n").has_value()) {
-    TakeEditorEvent(text, slot.id);
-  } else if (const auto pid = life::NumberOf(text, "process_id"); pid.has_value()) {
-    TakeOwnEvent(text, static_cast<Id>(life::NumberOf(text, "id").value_or(0)), static_cast<Pid>(*pid));
-  }
+  Scan(buffer);
+  Judge(text, &slot);
   if (m_editorRandom() % 4 == 0) {
     m_held.push_back(buffer);
   } else {
@@ -50,27 +42,84 @@ void MonthsDriver::TakeEvent(char* buffer, Slot& slot) {
     m_held.erase(m_held.begin());
   }
   if (!m_endingEngine && m_editorRandom() % 8 == 0) {
-    const Pid before = PidOf(slot.id);
     const auto number = static_cast<std::int32_t>(m_nextNumber);
-    if (OperatePic(slot.id, number)) {
-      const Pid after = PidOf(slot.id);
-      Queued(SDK_OPERATE, slot.id, after, number).loose = before != after;
+    const bool finished = IsFinished(slot.id);
+    if (OperatePic(slot.id, number) == finished) {
+      Fail("an operation in a callback of the id " + std::to_string(slot.id) + " gave the wrong result");
+    } else if (!finished) {
+      Queued(SDK_OPERATE, slot.id, number);
     }
   }
 }
 
-void MonthsDriver::TakeOwnEvent(const std::string& text, Id id, Pid pid) {
-  const std::string type = life::TextOf(text, "type");
-  const std::string param = life::TextOf(text, "param");
-  if (type == "custom_message" && param != "open_pic_process_fail") {
-    if (pid == 0 || (!sim::IsRunning(pid) && !m_endedPids.contains(pid))) {
-      Fail("a process that never was is said to serve: " + text);
+/// Brings the account up to date: the processes that were started, the buffers that found no callback, the records that
+/// left the queue. `current` is the buffer that is being told.
+void MonthsDriver::Scan(const char* current) {
+  EngineProbe engine(m_engine);
+  const std::size_t waiting = engine.Queued();
+  for (const char* const buffer : buffers::TakeFresh()) {
+    if (buffer != current) {
+      ++m_lost;
+      ++m_figures.deliberate;
+      Judge(buffer, nullptr);
     }
-    m_boundIds[pid].insert(id);
   }
-  if (type != "run_error") {
+  m_account.Sees(waiting);
+  LinkStarted();
+  if (engine.OperatorIsIdle()) {
+    m_account.Rests();
+  }
+  for (const Pid pid : m_account.Unpolled()) {
+    m_unread.erase(pid);
+  }
+  m_account.ForgetUnpolled();
+  if (!m_account.Wrong().empty()) {
+    Fail(m_account.Wrong());
+  }
+}
+
+/// The links to the processes that were started by the records up to here.
+void MonthsDriver::LinkStarted() {
+  if (const int calls = sim::CallCount("CreateProcessW"); calls != m_startCalls) {
+    m_startCalls = calls;
+    const auto started = sim::StartedPrograms();
+    for (; m_startsSeen < started.size(); ++m_startsSeen) {
+      const Pid pid = started[m_startsSeen].pid;
+      m_serves[pid] = m_programServes;
+      m_account.Links(pid, life::CreatedAt(pid), m_programServes);
+      // An earlier link of a process id that came back is let go on purpose: its event and its connection stay.
+      m_lostLinks += m_linked.insert(pid).second ? 0 : 1;
+    }
+  }
+}
+
+/// A text for the host: told to the callback of a slot, or made and told to nobody.
+void MonthsDriver::Judge(const std::string& text, const Slot* slot) {
+  if (text.find("testserver") != std::string::npos) {
+    Fail("a probe was told: " + text);
+  }
+  if (const auto number = life::NumberOf(text, "n"); number.has_value()) {
+    JudgeEditorEvent(text, static_cast<std::uint64_t>(*number), slot);
     return;
   }
+  m_account.Reaches(text, EngineProbe(m_engine).Queued());
+  LinkStarted();
+  m_account.Makes(text);
+  const auto pid = static_cast<Pid>(life::NumberOf(text, "process_id").value_or(0));
+  const auto owner = m_account.IdOf(pid);
+  const Slot* const due = owner.has_value() ? SlotOf(*owner) : nullptr;
+  if (slot != due) {
+    Fail((slot == nullptr ? "an event had a callback and was not told: " : "an event was told to the wrong one: ") +
+         text);
+  }
+  if (life::TextOf(text, "type") == "run_error") {
+    JudgeCrash(text);
+  }
+}
+
+void MonthsDriver::JudgeCrash(const std::string& text) {
+  const auto id = static_cast<Id>(life::NumberOf(text, "id").value_or(0));
+  const auto pid = static_cast<Pid>(life::NumberOf(text, "process_id").value_or(0));
   ++m_figures.crashes;
   const auto found = m_ids.find(id);
   if (found == m_ids.end() || found->second.crashTold) {
@@ -78,10 +127,10 @@ void MonthsDriver::TakeOwnEvent(const std::string& text, Id id, Pid pid) {
     return;
   }
   found->second.crashTold = true;
-  if (!m_endedPids.contains(pid) || !m_boundIds[pid].contains(id)) {
-    Fail("a process is said to have crashed that did not end: " + text);
+  if (!m_endedPids.contains(pid) || !m_account.ServesOrDid(id, pid)) {
+    Fail("a process is said to have crashed that did not end, or serves another: " + text);
   }
-  if (!m_engine->IsUnexpectedExit(id, pid)) {
+  if (!m_account.IsUnexpected(id, pid) && !m_account.InDoubt(id)) {
     Fail("a crash was told after a normal end: " + text);
   }
   if (!platform::IsWindow(found->second.window) ||
@@ -90,108 +139,50 @@ void MonthsDriver::TakeOwnEvent(const std::string& text, Id id, Pid pid) {
   }
 }
 
-void MonthsDriver::TakeEditorEvent(const std::string& text, Id id) {
+void MonthsDriver::JudgeEditorEvent(const std::string& text, std::uint64_t number, const Slot* slot) {
   const auto pid = static_cast<Pid>(life::NumberOf(text, "pid").value_or(0));
-  const auto number = static_cast<std::uint64_t>(life::NumberOf(text, "n").value_or(0));
-  const std::string type = life::TextOf(text, "type");
-  if (type == "process_exit" || type == "cancel_process_exit") {
-    Fail("an event that is the engine's own was told: " + text);
+  const auto said = m_said.find(number);
+  if (said == m_said.end() || said->second != text || number <= m_lastRead[pid]) {
+    Fail("an event was read twice, out of its order or not as it was said: " + text);
+    return;
   }
-  Editor& editor = m_editors[pid];
-  if (number <= editor.lastEvent) {
-    Fail("an event was told twice or out of its order: " + text);
-  }
-  editor.lastEvent = number;
-  if (m_bindingsMoved) {
-    for (const auto& [each, itsPid] : m_engine->CopyIdToPid()) {
-      m_boundIds[itsPid].insert(each);
+  m_said.erase(said);
+  m_lastRead[pid] = number;
+  if (const auto unread = m_unread.find(pid); unread != m_unread.end() && !unread->second.numbers.empty()) {
+    if (unread->second.numbers.front() != number) {
+      Fail("an event before this one was not read: " + text);
     }
+    unread->second.numbers.pop_front();
+    unread->second.sinceMs = m_ranMs;
   }
-  if (!m_boundIds[pid].contains(id)) {
-    Fail("the id " + std::to_string(id) + " was told what an editor of another says: " + text);
+  const std::string type = life::TextOf(text, "type");
+  const bool own = type == "process_exit" || type == "cancel_process_exit";
+  m_account.Reads(text, pid);
+  const Slot* const due = own ? nullptr : SlotOf(m_account.IdOf(pid).value_or(0));
+  if (slot != due) {
+    Fail((slot == nullptr ? "an event had a callback and was not told: "
+                          : "an event was told that is the engine's own, or to the wrong one: ") +
+         text);
   }
-}
-
-bool MonthsDriver::Fits(const Record& record, Pid pid, const std::string& type, const std::string& text) {
-  const auto is = [&](const char* name, const char* key) {
-    return type == name && life::NumberOf(text, key) == record.value;
-  };
-  if (record.op != SDK_OPEN && record.pid != pid && !record.loose) {
-    return false;
-  }
-  switch (record.op) {
-  case SDK_OPEN:
-    return is("open", "open_type");
-  case SDK_CLOSE:
-    return type == "close" && life::FlagOf(text, "closeall") == (record.value != 0);
-  case SDK_FULLSCREEN:
-    return type == "fullscreen" && life::FlagOf(text, "isFullScreen") == (record.value != 0);
-  case SDK_SETPOS:
-    return is("setpos", "x");
-  case SDK_OPERATE:
-    return is("operator", "operator");
-  case SDK_BROWSER_COMMAND:
-    return is("browser_command", "operator");
-  case SDK_CHANGE_THEME:
-    return is("change_theme_mode", "theme_mode");
-  default:
-    return false;
-  }
-}
-
-/// Whether a record that no editor has seen may be one that was dropped by a rule, or whose sending failed: then its id
-/// is finished.
-bool MonthsDriver::MayBeDropped(const Record& record) {
-  if (record.loose || m_engine->IsFinished(record.id)) {
-    return true;
-  }
-  if (record.op == SDK_OPEN) {
-    return !record.hasProgram || sim::FaultsFired("CreateProcessW") > record.failedStarts;
-  }
-  return record.pid == 0;
 }
 
 sim::EditorStep MonthsDriver::TakeText(Pid pid, const std::string& text) {
   const std::lock_guard lock(m_lock);
   Trace(std::to_string(pid) + text);
+  Scan();
   const std::string type = life::TextOf(text, "type");
-  const bool replaced = type == "close" && !life::FlagOf(text, "status");
-  if (!replaced) {
+  const bool isRecord = m_account.Receives(pid, text);
+  if (isRecord) {
     const std::uint64_t now = sim::NowMs();
     if (m_anyBegan && now < m_lastBeginMs + kPaceMs) {
       Fail("two records within 10 ms");
     }
     m_anyBegan = true;
     m_lastBeginMs = now;
-    // Ids that one process id served in turn are told apart by their ends: a finished one sends nothing more.
-    const auto isIt = [&](const Record& record) {
-      return Fits(record, pid, type, text) &&
-             (life::NumberOf(text, "id") == record.id || !m_engine->IsFinished(record.id));
-    };
-    while (!m_queue.empty() && !isIt(m_queue.front())) {
-      if (!MayBeDropped(m_queue.front())) {
-        const Record& record = m_queue.front();
-        Fail("record " + std::to_string(record.number) + ", operator " + std::to_string(record.op) + ", for the id " +
-             std::to_string(record.id) + " and the process " + std::to_string(record.pid) +
-             " was passed over, or comes late, before: " + text);
-      }
-      ++m_figures.dropped;
-      m_queue.pop_front();
-    }
-    if (m_queue.empty()) {
-      Fail("process " + std::to_string(pid) + " received what nobody had queued, or not at that place: " + text);
-    } else {
-      const Record& record = m_queue.front();
-      if (record.op == SDK_OPEN && PidOf(record.id) != pid) {
-        Fail("an open went to a process that does not serve its id: " + text);
-      }
-      m_boundIds[pid].insert(record.id);
-      if (m_boundIds[pid].size() == 1 && !m_endedPids.contains(pid) && life::NumberOf(text, "id") != record.id) {
-        Fail("a record went out under another id: " + text);
-      }
-      ++m_figures.received;
-      m_queue.pop_front();
-    }
+    m_account.Replies(EditorOf(pid).mood == Mood::kNormal);
+  }
+  if (!m_account.Wrong().empty()) {
+    Fail(m_account.Wrong());
   }
 
   sim::EditorStep step;

@@ -6,11 +6,26 @@
 #include "tests/sweep/callback_buffers.h"
 
 #include <algorithm>
+#include <iterator>
 #include <utility>
+
+namespace {
+
+constexpr std::uint64_t kReadMs = 100;   // a pass over the editors takes ten of them
+constexpr std::uint64_t kDoubtMs = 1100; // how long a crash is thought over, and a wake
+constexpr std::uint32_t kCrashPassMs = 2000;
+
+} // namespace
 
 // Engines, and what is held at each rest.
 
 void MonthsDriver::StartEngine() {
+  m_account = Account();
+  m_account.Queue({.op = SDK_PreLoadProcess});
+  m_made = buffers::Made();
+  m_freed = buffers::Freed();
+  m_told = 0;
+  m_lost = 0;
   VexelSDK_Init(nullptr);
   ++m_figures.engines;
   const bool rests = life::Rest();
@@ -19,21 +34,24 @@ void MonthsDriver::StartEngine() {
   if (!rests) {
     Fail("a new engine does not come to rest");
   }
+  Scan();
   for (const Pid pid : sim::RunningPids()) {
-    if (life::Probe().GetHelperByPid(pid) != nullptr) {
-      m_linked.insert(pid); // started by this preload, or taken over
+    if (!m_linked.contains(pid) && life::Probe().GetHelperByPid(pid) != nullptr) {
+      m_linked.insert(pid); // taken over
+      m_account.Links(pid, life::CreatedAt(pid), m_serves[pid]);
     }
   }
-  m_startsSeen = sim::StartedPrograms().size();
 }
 
 bool MonthsDriver::EndEngine() {
   for (int i = 0; i < 10'000 && sim::SomeoneWaitsFor(1000) && Wrong().empty(); ++i) {
     Advance(100);
   }
+  LookForCrashes();
   {
     const std::lock_guard lock(m_lock);
     m_endingEngine = true;
+    m_account.KeepsLeaping();
   }
   const bool returned = life::UnInit();
   const std::lock_guard lock(m_lock);
@@ -42,29 +60,25 @@ bool MonthsDriver::EndEngine() {
     Fail("the teardown does not return");
     return false;
   }
-  for (const Record& record : m_queue) {
-    if (!MayBeDropped(record)) {
-      Fail("record " + std::to_string(record.number) + " was lost in the teardown");
-    }
-    ++m_figures.dropped;
+  Scan();
+  m_account.Ends();
+  if (!m_account.Wrong().empty()) {
+    Fail(m_account.Wrong());
   }
-  m_queue.clear();
+  m_figures.received += m_account.Received();
+  m_figures.dropped += m_account.Dropped();
+  CheckFinished();
   m_engine.reset();
-  for (const std::unique_ptr<Slot>& slot : m_slots) {
-    slot->dead = true;
-  }
   for (char* const buffer : m_held) {
     ReleaseCallbackData(buffer);
   }
   m_held.clear();
   CheckBuffers();
-  buffers::DropLive();
-  m_lost.clear();
-  // An earlier link of a process id that came back is let go on purpose: its event and its connection stay.
-  const auto started = sim::StartedPrograms();
-  for (std::size_t i = m_startsSeen; i < started.size(); ++i) {
-    m_lostLinks += m_linked.insert(started[i].pid).second ? 0 : 1;
+  if (buffers::Made() - m_made != m_told + m_lost || buffers::Freed() - m_freed != m_told) {
+    Fail(std::to_string(buffers::Made() - m_made) + " buffers were made, " + std::to_string(m_told) + " told, " +
+         std::to_string(m_lost) + " lost on purpose and " + std::to_string(buffers::Freed() - m_freed) + " given back");
   }
+  buffers::DropLive();
   m_linked.clear();
   for (const auto& [kind, name] :
        {std::pair{sim::HandleKind::kProcess, "process"}, std::pair{sim::HandleKind::kThread, "thread"},
@@ -80,11 +94,12 @@ bool MonthsDriver::EndEngine() {
   }
   m_ids.clear();
   m_idOfWindow.clear();
-  m_boundIds.clear();
   m_expected.clear();
-  m_dying.clear();
+  m_doubts.clear();
+  m_unread.clear();
   m_slots.clear();
   m_lastId = 0;
+  m_idLimit = kIdsPerEngine;
   m_anyBegan = false;
   return true;
 }
@@ -126,10 +141,6 @@ void MonthsDriver::Advance(std::uint64_t milliseconds) {
 
 void MonthsDriver::AfterRest() {
   const std::lock_guard lock(m_lock);
-  for (Slot* const slot : m_dying) {
-    slot->dead = true;
-  }
-  m_dying.clear();
   for (const auto& [pid, created] : m_leaving) {
     m_killWatch.EndsBySelf(pid, created);
   }
@@ -139,68 +150,110 @@ void MonthsDriver::AfterRest() {
     Fail(wrong);
   }
   if (m_killWatch.Kills() != kills) {
-    // Whoever it was, it has ended: its id may be served by nobody now.
-    for (const auto& [pid, ids] : m_boundIds) {
+    for (const auto& [id, pid] : m_account.Pids()) {
       if (!sim::IsRunning(pid)) {
-        m_endedPids.insert(pid);
+        m_endedPids.insert(pid); // whoever it was, it has ended
       }
     }
   }
-  const bool idle = life::Probe().OperatorIsIdle();
-  if (m_bindingsMoved) {
-    for (const auto& [id, pid] : m_engine->CopyIdToPid()) {
-      if (pid != 0) {
-        m_boundIds[pid].insert(id);
+  Scan();
+  CheckWindows();
+  CheckFinished();
+}
+
+/// A window is forgotten when its editor is seen to have crashed, and for nothing else. A moment later that is told.
+void MonthsDriver::CheckWindows() {
+  EngineProbe engine(m_engine);
+  if (engine.Windows() != m_idOfWindow.size()) {
+    for (auto at = m_idOfWindow.begin(); at != m_idOfWindow.end();) {
+      const auto [window, id] = *at;
+      if (engine.KnowsWindow(window)) {
+        ++at;
+        continue;
+      }
+      at = m_idOfWindow.erase(at);
+      const std::set<Pid> pids = m_account.ProcessesOf(id);
+      const auto crashed = std::find_if(pids.begin(), pids.end(), [this, each = id](Pid pid) {
+        return !sim::IsRunning(pid) && m_account.IsUnexpected(each, pid);
+      });
+      if (crashed != pids.end()) {
+        m_doubts.push_back({id, *crashed, window, m_ranMs, false});
+      } else if (!m_account.InDoubt(id)) {
+        Fail("the window of the id " + std::to_string(id) + " was forgotten, and its editor did not crash");
       }
     }
-    m_bindingsMoved = !idle;
   }
-  if (idle) {
-    CheckDrained();
+  std::erase_if(m_doubts, [this](Doubt& doubt) {
+    doubt.excused = doubt.excused || !platform::IsWindow(doubt.window) ||
+                    !m_account.IsUnexpected(doubt.id, doubt.pid) || m_account.InDoubt(doubt.id);
+    const bool told = m_ids[doubt.id].crashTold;
+    const bool over = m_ranMs - doubt.sinceMs > kDoubtMs;
+    if (over && !told && !doubt.excused) {
+      Fail("the crash of the process " + std::to_string(doubt.pid) + " of the id " + std::to_string(doubt.id) +
+           " was seen and not told");
+    }
+    return told || over;
+  });
+  if (m_account.AnyReplaced() && sim::SomeoneWaitsFor(kCrashPassMs)) {
+    m_account.ForgetReplaced(); // the crash watch is between two looks
   }
 }
 
-void MonthsDriver::CheckDrained() {
-  for (const Record& record : m_queue) {
-    if (!MayBeDropped(record)) {
-      Fail("record " + std::to_string(record.number) + ", operator " + std::to_string(record.op) + ", for the id " +
-           std::to_string(record.id) + " and the process " + std::to_string(record.pid) + " was lost");
-    }
-    ++m_figures.dropped;
+/// An id is over when the account says so, and not otherwise.
+void MonthsDriver::CheckFinished() {
+  EngineProbe engine(m_engine);
+  if (m_account.AnyDoubt() || engine.FinishedCount() == m_account.Finished().size()) {
+    return;
   }
-  m_queue.clear();
+  const std::set<Id> finished = engine.FinishedIds();
+  std::vector<Id> differ;
+  std::set_symmetric_difference(finished.begin(), finished.end(), m_account.Finished().begin(),
+                                m_account.Finished().end(), std::back_inserter(differ));
+  Fail("the id " + std::to_string(differ.front()) +
+       (finished.contains(differ.front()) ? " is over, for no reason" : " is not over, and has to be"));
+}
+
+/// Each pass over the editors takes a text of each of them.
+void MonthsDriver::CheckUnread() {
+  for (const auto& [pid, unread] : m_unread) {
+    if (!unread.numbers.empty() && m_ranMs - unread.sinceMs > kReadMs) {
+      Fail("an event of a process that is polled was not read: " + m_said[unread.numbers.front()]);
+    }
+  }
 }
 
 void MonthsDriver::LookForCrashes() {
   m_restsSinceLook = 0;
   const std::lock_guard lock(m_lock);
   CheckBuffers();
+  CheckUnread();
+  if (m_engine->CopyIdToPid() != m_account.Pids()) {
+    Fail("an id is served by another process than by the one that was told for it");
+  }
+  if (!m_account.AnyDoubt() && EngineProbe(m_engine).FinishedIds() != m_account.Finished()) {
+    Fail("other ids are over than those that have to be");
+  }
   std::set<Id> due;
-  std::uint64_t untold = 0;
-  for (const auto& [id, pid] : m_engine->CopyIdToPid()) {
+  for (const auto& [id, pid] : m_account.Pids()) {
     const auto found = m_ids.find(id);
     if (pid == 0 || found == m_ids.end() || sim::IsRunning(pid)) {
       continue;
     }
     const EditorId& editor = found->second;
-    if (editor.crashTold || !m_engine->IsUnexpectedExit(id, pid) || !platform::IsWindow(editor.window)) {
+    const auto owner = m_idOfWindow.find(editor.window);
+    if (editor.crashTold || owner == m_idOfWindow.end() || owner->second != id || m_account.InDoubt(id) ||
+        !m_account.IsUnexpected(id, pid) || !platform::IsWindow(editor.window)) {
       continue;
     }
-    if (editor.slot == nullptr) {
-      ++untold; // nobody hears of it, and it takes its time all the same
-      continue;
+    Expectation& expected = m_expected[id];
+    if (expected.pid != pid) {
+      expected = {pid, m_ranMs, m_resolved};
     }
-    const auto expected = m_expected.find(id);
-    if (expected != m_expected.end() && expected->second.pid == pid) {
-      due.insert(id);
-    } else if (m_idOfWindow[editor.window] == id && life::Probe().KnowsWindow(editor.window)) {
-      m_expected[id] = {pid, m_ranMs, m_resolved};
-      due.insert(id);
-    }
+    due.insert(id);
   }
   for (auto at = m_expected.begin(); at != m_expected.end();) {
     if (!due.contains(at->first)) {
-      at = m_expected.erase(at); // told, or no crash any more
+      at = m_expected.erase(at); // seen, or no crash any more
       ++m_resolved;
     } else {
       ++at;
@@ -208,7 +261,7 @@ void MonthsDriver::LookForCrashes() {
   }
   // A pass begins at most two seconds after the last, and takes a second for each crash in it.
   for (const auto& [id, expected] : m_expected) {
-    const std::uint64_t others = untold + m_expected.size() + m_resolved - expected.resolved;
+    const std::uint64_t others = m_expected.size() + m_resolved - expected.resolved;
     if (m_ranMs - expected.sinceMs > 6000 + 1000 * others) {
       Fail("the crash of the process " + std::to_string(expected.pid) + " of the id " + std::to_string(id) +
            " was not told");
@@ -216,49 +269,11 @@ void MonthsDriver::LookForCrashes() {
   }
 }
 
-bool MonthsDriver::MayBeUntold(const std::string& text) {
-  const std::string type = life::TextOf(text, "type");
-  const auto lost = [this](Id id) {
-    const auto found = m_ids.find(id);
-    return found == m_ids.end() || found->second.cleared;
-  };
-  if (type == "process_exit" || type == "cancel_process_exit") {
-    return true;
-  }
-  const std::int64_t pid = life::NumberOf(text, "process_id").value_or(life::NumberOf(text, "pid").value_or(0));
-  if (pid == 0) {
-    return true; // "open_pic_process_fail", which goes to whoever had no process last, and what is no message at all
-  }
-  const auto bound = m_boundIds.find(static_cast<Pid>(pid));
-  if (bound == m_boundIds.end() || std::any_of(bound->second.begin(), bound->second.end(), lost)) {
-    return true;
-  }
-  if (life::NumberOf(text, "n").has_value()) {
-    return true; // an editor may speak before it has an id
-  }
-  const auto id = static_cast<Id>(life::NumberOf(text, "id").value_or(0));
-  return lost(id) || (type == "custom_message" && m_ids[id].early-- > 0);
-}
-
-/// Each buffer that lives is held by the host or lost on purpose, and what the host holds lives.
+/// What the host holds lives. Every other buffer that lives was judged by Scan.
 void MonthsDriver::CheckBuffers() {
-  const std::set<const char*> held(m_held.begin(), m_held.end());
-  std::size_t found = 0;
-  for (const char* const buffer : buffers::Live()) {
-    if (held.contains(buffer)) {
-      ++found;
-    } else if (m_lost.insert(buffer).second) {
-      ++m_figures.deliberate;
-      if (!MayBeUntold(buffer)) {
-        Fail("an event had a callback and was not told: " + std::string(buffer));
-      }
-      if (life::TextOf(buffer, "type") == "run_error") {
-        // It went the way of its process id, which came back, to an id that hears nothing any more.
-        m_ids[static_cast<Id>(life::NumberOf(buffer, "id").value_or(0))].crashTold = true;
-      }
+  for (const char* const buffer : m_held) {
+    if (!buffers::IsLive(buffer)) {
+      Fail("a buffer was freed while the host held it");
     }
-  }
-  if (found != held.size()) {
-    Fail("a buffer was freed while the host held it");
   }
 }

@@ -13,7 +13,6 @@
 
 namespace {
 
-constexpr std::int32_t kIdsPerEngine = 500; // each id's link stays for the engine's life, and its thread with it
 constexpr std::int32_t kUnknownId = 1'000'000;
 
 constexpr wchar_t kLogKey[] = L"Software\\Tarnwick\\antivirus\\sysopt";
@@ -35,6 +34,8 @@ void Figures::Add(const Figures& other) {
   crashes += other.crashes;
   kills += other.kills;
   reusedPids += other.reusedPids;
+  reusedListed += other.reusedListed;
+  clockTurns += other.clockTurns;
   buffers += other.buffers;
   deliberate += other.deliberate;
   mostWindows = std::max(mostWindows, other.mostWindows);
@@ -49,11 +50,11 @@ std::string Figures::Text() const {
          line(", wakes", wakes) + line(", engines", engines) + line(", opens", opens) + line(", records", records) +
          line(", received", received) + line(", dropped by a rule", dropped) + line(", events", events) +
          line(", crashes told", crashes) + line(", kills", kills) + line(", pids reused", reusedPids) +
-         line(", buffers", buffers) + line(", deliberate", deliberate) + line(", most windows", mostWindows) +
-         line(", most editors", mostEditors);
+         line(", of them listed", reusedListed) + line(", clock turns", clockTurns) + line(", buffers", buffers) +
+         line(", deliberate", deliberate) + line(", most windows", mostWindows) + line(", most editors", mostEditors);
 }
 
-MonthsDriver::MonthsDriver(std::uint64_t seed) : m_random(seed), m_editorRandom(seed + 1) {
+MonthsDriver::MonthsDriver(std::uint64_t seed) : m_crowded(seed % 6 == 0), m_random(seed), m_editorRandom(seed + 1) {
   vx::ResetLogger({});
   // At INFO a close without a link ends the host, as its header tells.
   sim::SetDword(platform::kHkeyLocalMachine, kLogKey, L"LogLevel", 2);
@@ -91,7 +92,7 @@ void MonthsDriver::Trace(const std::string& what) {
 
 bool MonthsDriver::Run(int steps) {
   StartEngine();
-  if (Draw(3) == 0) {
+  if (m_crowded) {
     GatherCrowd();
   }
   for (int i = 0; i < steps && Wrong().empty(); ++i) {
@@ -134,27 +135,26 @@ void MonthsDriver::Step() {
     drawn -= share.weight;
   }
   Advance(0);
-  if (Chance(25)) {
+  if (Chance(50)) {
     ReuseListedPid();
   }
   LimitEditors();
   LookForCrashes();
-  if (m_lastId > kIdsPerEngine || Draw(700) == 0) {
+  if (m_lastId > m_idLimit || Draw(700) == 0) {
     RestartEngine();
   }
 }
 
 // ---- helpers
 
-MonthsDriver::Record& MonthsDriver::Queued(SDK_Operator op, Id id, Pid pid, std::int64_t value) {
-  Record record;
+Account::Record& MonthsDriver::Queued(SDK_Operator op, Id id, std::int64_t value) {
+  Account::Record record;
   record.number = m_nextNumber++;
   record.op = op;
   record.id = id;
-  record.pid = pid;
   record.value = value;
   ++m_figures.records;
-  return m_queue.emplace_back(record);
+  return m_account.Queue(record);
 }
 
 void MonthsDriver::Register(Id id) {
@@ -163,21 +163,12 @@ void MonthsDriver::Register(Id id) {
   slot->driver = this;
   slot->id = id;
   SetBrowserCallback(id, &MonthsDriver::OnEvent, slot);
-  EditorId& editor = m_ids[id];
-  if (editor.slot != nullptr) {
-    m_dying.push_back(editor.slot);
-  }
-  editor.slot = slot;
+  m_ids[id].slot = slot;
 }
 
 void MonthsDriver::Clear(Id id) {
-  const auto found = m_ids.find(id);
-  if (found != m_ids.end() && found->second.slot != nullptr) {
-    m_dying.push_back(found->second.slot);
+  if (const auto found = m_ids.find(id); found != m_ids.end()) {
     found->second.slot = nullptr;
-  }
-  if (found != m_ids.end()) {
-    found->second.cleared = true;
   }
 }
 
@@ -192,23 +183,42 @@ MonthsDriver::Editor& MonthsDriver::EditorOf(Pid pid) {
     if (editor.created != 0) {
       ++m_figures.reusedPids;
     }
-    const std::uint64_t lastEvent = editor.lastEvent;
     editor = Editor();
     editor.created = created;
-    editor.lastEvent = lastEvent; // numbers go on through all editors
   }
   return editor;
 }
 
 std::string MonthsDriver::EventText(Pid pid, const std::string& type, const std::string& more) {
-  return "{\"n\":" + std::to_string(m_nextEvent++) + ",\"pid\":" + std::to_string(pid) + more + ",\"type\":\"" + type +
-         "\"}";
+  const std::uint64_t number = m_nextEvent++;
+  const std::string text =
+      "{\"n\":" + std::to_string(number) + ",\"pid\":" + std::to_string(pid) + more + ",\"type\":\"" + type + "\"}";
+  m_said[number] = text;
+  if (type != "testserver") {
+    Expect(pid, number);
+  }
+  return text;
 }
 
-MonthsDriver::Pid MonthsDriver::PidOf(Id id) {
-  const auto all = m_engine->CopyIdToPid();
-  const auto found = all.find(id);
-  return found == all.end() ? 0 : found->second;
+/// A text that is about to arrive at a link that is polled has to be read.
+void MonthsDriver::Expect(Pid pid, std::uint64_t number) {
+  if (m_account.IsPolled(pid)) {
+    Unread& unread = m_unread[pid];
+    if (unread.numbers.empty()) {
+      unread.sinceMs = m_ranMs;
+    }
+    unread.numbers.push_back(number);
+  }
+}
+
+/// Nothing but the engine knows how an exchange ended that fails about now.
+bool MonthsDriver::IsFinished(Id id) {
+  return m_account.InDoubt(id) ? m_engine->IsFinished(id) : m_account.Finished().contains(id);
+}
+
+const MonthsDriver::Slot* MonthsDriver::SlotOf(Id id) const {
+  const auto found = m_ids.find(id);
+  return found == m_ids.end() ? nullptr : found->second.slot;
 }
 
 MonthsDriver::Id MonthsDriver::PickId() {
@@ -227,7 +237,8 @@ MonthsDriver::Pid MonthsDriver::PickEditor() {
 
 sim::EditorScript MonthsDriver::DrawScript() {
   sim::EditorScript script;
-  script.serves = !Chance(4);
+  script.serves = !Chance(8);
+  m_programServes = script.serves;
   script.serveAfterMs = Chance(20) ? 200 : 0;
   script.refusedConnects = Chance(20) ? 3 : 0;
   script.connectMs = Chance(20) ? 30 : 0;

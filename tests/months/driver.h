@@ -2,13 +2,12 @@
 
 #include "include/vexelsdk.h"
 #include "platform/window.h"
+#include "tests/months/account.h"
 #include "tests/sim/editor.h"
 #include "tests/sim/world.h"
 #include "tests/sweep/life.h"
 #include "vexelsdk/link/operator_data.h"
 
-#include <array>
-#include <atomic>
 #include <cstdint>
 #include <deque>
 #include <map>
@@ -34,9 +33,11 @@ struct Figures {
   std::uint64_t crashes = 0;  // of them, crashes
   std::uint64_t kills = 0;
   std::uint64_t reusedPids = 0;
+  std::uint64_t reusedListed = 0; // of them, on the kill list
+  std::uint64_t clockTurns = 0;
   std::uint64_t buffers = 0;
   std::uint64_t deliberate = 0; // buffers that found no callback
-  std::size_t mostWindows = 0;
+  std::size_t mostWindows = 0;  // with an id, of one engine
   std::size_t mostEditors = 0;
   std::uint64_t trace = 0; // of all that was sent and told, and when
 
@@ -63,34 +64,28 @@ public:
   const Figures& Seen() const { return m_figures; }
 
 private:
-  using Id = std::int32_t;
-  using Pid = std::uint32_t;
+  using Id = Account::Id;
+  using Pid = Account::Pid;
 
   /// One registration of a callback, and its user data.
   struct Slot {
     MonthsDriver* driver = nullptr;
     Id id = 0;
-    std::atomic<bool> dead{false}; // cleared or replaced, and the world has been at rest since
-  };
-
-  /// A record that the gate took.
-  struct Record {
-    std::uint64_t number = 0;
-    SDK_Operator op = SDK_NONE;
-    Id id = 0;
-    Pid pid = 0;            // its process when it was queued, 0 when it had none or was just getting one
-    std::int64_t value = 0; // what distinguishes it from others of its kind
-    int failedStarts = 0;   // starts that had failed when it was queued
-    bool hasProgram = true; // the open parameter names a program
-    bool loose = false;     // queued while its id may just have been getting a process
   };
 
   struct EditorId {
     platform::Window window = 0;
-    Slot* slot = nullptr; // null when cleared
-    bool cleared = false; // its callback was cleared at some time
-    int early = 0;        // events that may have come before the callback was registered
-    bool crashTold = false;
+    Slot* slot = nullptr;   // null when cleared
+    bool crashTold = false; // or made, and heard by nobody
+  };
+
+  /// A crash that the engine has seen and waits a moment to tell.
+  struct Doubt {
+    Id id = 0;
+    Pid pid = 0;
+    platform::Window window = 0;
+    std::uint64_t sinceMs = 0; // in time that ran wake by wake
+    bool excused = false;      // the window went, or a normal end came
   };
 
   struct Expectation {
@@ -103,7 +98,12 @@ private:
   struct Editor {
     std::int64_t created = 0;
     Mood mood = Mood::kNormal;
-    std::uint64_t lastEvent = 0; // the number of the last of its events that was told
+  };
+
+  /// What an editor has said and nobody has read yet.
+  struct Unread {
+    std::deque<std::uint64_t> numbers;
+    std::uint64_t sinceMs = 0; // in time that ran wake by wake: since the first is the first
   };
 
   void Step();
@@ -111,6 +111,7 @@ private:
   // ---- steps.cpp
   void GatherCrowd();
   void OpenPicture();
+  void OpenIn(platform::Window window);
   void Operate();
   void Close();
   void ChangeCallback();
@@ -132,26 +133,30 @@ private:
   void Advance(std::uint64_t milliseconds);
   void AfterRest();
   void LookForCrashes();
-  void CheckDrained();
+  void CheckWindows();
+  void CheckFinished();
+  void CheckUnread();
   void CheckBuffers();
-  bool MayBeUntold(const std::string& text);
 
   // ---- callbacks.cpp, on threads of the library
   static void OnEvent(char* text, void* data);
   void TakeEvent(char* buffer, Slot& slot);
-  void TakeOwnEvent(const std::string& text, Id id, Pid pid);
-  void TakeEditorEvent(const std::string& text, Id id);
+  void Scan(const char* current = nullptr);
+  void LinkStarted();
+  void Judge(const std::string& text, const Slot* slot);
+  void JudgeEditorEvent(const std::string& text, std::uint64_t number, const Slot* slot);
+  void JudgeCrash(const std::string& text);
   sim::EditorStep TakeText(Pid pid, const std::string& text);
-  static bool Fits(const Record& record, Pid pid, const std::string& type, const std::string& text);
-  bool MayBeDropped(const Record& record);
 
   // ---- helpers; m_lock is held
-  Record& Queued(SDK_Operator op, Id id, Pid pid, std::int64_t value);
+  Account::Record& Queued(SDK_Operator op, Id id, std::int64_t value);
   void Register(Id id);
   void Ends(Pid pid);
   Editor& EditorOf(Pid pid);
   std::string EventText(Pid pid, const std::string& type, const std::string& more = {});
-  Pid PidOf(Id id);
+  void Expect(Pid pid, std::uint64_t number);
+  bool IsFinished(Id id);
+  const Slot* SlotOf(Id id) const;
   void Clear(Id id);
   void Trace(const std::string& what);
   void Fail(const std::string& what);
@@ -164,9 +169,11 @@ private:
   sim::EditorScript DrawScript();
 
   static constexpr std::size_t kMostEditors = 200;
+  static constexpr Id kIdsPerEngine = 500; // each id's link stays for the engine's life, and its thread with it
 
   // The driver's own, on its thread.
   sim::World m_world;
+  bool m_crowded; // a sixth of the seeds: a crowd takes its time
   std::mt19937_64 m_random;
   std::vector<platform::Window> m_windows;
   std::vector<platform::Window> m_goneWindows;
@@ -175,29 +182,37 @@ private:
   std::uint64_t m_resolved = 0;
   std::uint64_t m_ranMs = 0; // time that ran wake by wake
   Id m_lastId = 0;
+  Id m_idLimit = kIdsPerEngine;
   life::KillWatch m_killWatch;
-  bool m_bindingsMoved = false; // an open may have moved an id to another process
   int m_restsSinceLook = 0;
-  std::set<Pid> m_linked; // of this engine
-  std::size_t m_startsSeen = 0;
-  int m_lostLinks = 0; // of all engines
+  std::vector<Doubt> m_doubts;
   std::size_t m_buffersBefore = 0;
 
   std::mutex m_lock; // guards what follows; no lock of the library is taken before it
   std::mt19937_64 m_editorRandom;
   std::shared_ptr<VexelSDKThread> m_engine;
-  std::deque<Record> m_queue;
-  std::map<Id, EditorId> m_ids;           // of this engine
-  std::map<Pid, std::set<Id>> m_boundIds; // of this engine: the ids that a process id ever served
-  std::map<Pid, Editor> m_editors;        // by process id; the latest run of it
+  Account m_account;                           // of this engine
+  std::map<Id, EditorId> m_ids;                // of this engine
+  std::map<Pid, Editor> m_editors;             // by process id; the latest run of it
+  std::map<std::uint64_t, std::string> m_said; // by number: what was said and not read
+  std::map<Pid, Unread> m_unread;              // of polled links
+  std::map<Pid, std::uint64_t> m_lastRead;     // the number of the last text that was read of a process
   std::set<Pid> m_endedPids;
-  std::vector<Slot*> m_dying;                          // cleared or replaced since the last rest
+  std::set<Pid> m_linked; // of this engine
+  std::map<Pid, bool> m_serves;
+  bool m_programServes = true; // those started from now on
+  std::size_t m_startsSeen = 0;
+  int m_startCalls = -1;
+  int m_lostLinks = 0;                                 // of all engines
   std::vector<std::pair<Pid, std::int64_t>> m_leaving; // ends that the editors brought about, for the kill watch
   std::vector<char*> m_held;                           // buffers to be given back later
-  std::set<const char*> m_lost;                        // buffers that no callback got
   std::deque<std::unique_ptr<Slot>> m_slots;
   std::uint64_t m_nextNumber = 1;
   std::uint64_t m_nextEvent = 1;
+  std::size_t m_made = 0; // buffers, and what became of them, of this engine
+  std::size_t m_freed = 0;
+  std::size_t m_told = 0;
+  std::size_t m_lost = 0;
   std::uint64_t m_lastBeginMs = 0;
   bool m_anyBegan = false;
   bool m_endingEngine = false;

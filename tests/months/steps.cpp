@@ -13,6 +13,7 @@
 namespace {
 
 constexpr std::size_t kMostWindows = 1000;
+constexpr std::int32_t kIdsOfCrowd = 1500;
 
 // base64 of "/apptype:1", "/apptype:2", and of "/apptype:9", which no program has.
 constexpr const wchar_t* kLauncherParam = L"L2FwcHR5cGU6MQ==";
@@ -25,41 +26,46 @@ VexelWindow HandleOf(platform::Window window) { return reinterpret_cast<VexelWin
 
 // What the user, the editors and the machine do.
 
-/// As many windows and editors as there may be.
+/// As many windows and editors as there may be, each window with an id.
 void MonthsDriver::GatherCrowd() {
+  m_idLimit = kIdsOfCrowd;
   while (m_windows.size() < kMostWindows) {
     m_windows.push_back(sim::MakeWindow(0x100));
   }
-  m_figures.mostWindows = kMostWindows;
-  for (std::size_t i = 0; i < kMostEditors && Wrong().empty(); ++i) {
-    OpenPicture();
+  while (m_figures.mostWindows < kMostWindows && Wrong().empty()) {
+    const auto bare = std::find_if(m_windows.begin(), m_windows.end(),
+                                   [this](platform::Window each) { return !m_idOfWindow.contains(each); });
+    OpenIn(*bare);
     Advance(40);
+    if (sim::RunningPids().size() > kMostEditors) {
+      EndEditorInOrder(); // a crash of each of them would keep the crash watch busy for long
+    }
     LimitEditors();
   }
 }
 
 void MonthsDriver::OpenPicture() {
-  platform::Window window = 0;
   if (m_windows.empty() || (m_windows.size() < kMostWindows && Chance(60))) {
     platform::Window value = 0;
     if (!m_goneWindows.empty() && Chance(20)) { // a value comes again
       value = m_goneWindows.back();
       m_goneWindows.pop_back();
     }
-    window = sim::MakeWindow(0x100, 0, value);
-    m_windows.push_back(window);
-    m_figures.mostWindows = std::max(m_figures.mostWindows, m_windows.size());
+    m_windows.push_back(sim::MakeWindow(0x100, 0, value));
+    OpenIn(m_windows.back());
   } else {
-    window = Pick(m_windows);
+    OpenIn(Pick(m_windows));
   }
+}
+
+void MonthsDriver::OpenIn(platform::Window window) {
   constexpr const wchar_t* kParams[] = {nullptr, kLauncherParam, kEditorParam};
   const bool hasProgram = !Chance(2);
   const wchar_t* const param = hasProgram ? kParams[Draw(3)] : kNoProgramParam;
 
   const std::lock_guard lock(m_lock);
   const Id before = m_idOfWindow[window];
-  const bool keeps =
-      before > 0 && life::Probe().KnowsWindow(window) && !m_engine->IsFinished(before) && !m_engine->IsClosing(before);
+  const bool keeps = before > 0 && !IsFinished(before) && !m_account.IsClosing(before);
   const int failedStarts = sim::FaultsFired("CreateProcessW"); // the record may be run before the call returns
   const Id id = OpenEditor(L"C:\\pics\\a.png", HandleOf(window), static_cast<std::int32_t>(m_nextNumber), param);
   if (keeps ? id != before : id != m_lastId + 1) {
@@ -70,15 +76,20 @@ void MonthsDriver::OpenPicture() {
     m_lastId = id;
     m_idOfWindow[window] = id;
     m_ids[id].window = window;
-    m_ids[id].early = 2;
   }
   if (m_ids[id].slot == nullptr || Chance(10)) {
     Register(id);
   }
-  Record& record = Queued(SDK_OPEN, id, 0, static_cast<std::int64_t>(m_nextNumber));
+  Account::Record& record = Queued(SDK_OPEN, id, static_cast<std::int64_t>(m_nextNumber));
   record.hasProgram = hasProgram;
   record.failedStarts = failedStarts;
-  m_bindingsMoved = true;
+  if (!IsFinished(0)) {
+    m_account.Queue({.op = SDK_PreLoadProcess});
+  }
+  m_figures.mostWindows = std::max(
+      m_figures.mostWindows,
+      static_cast<std::size_t>(std::count_if(m_windows.begin(), m_windows.end(),
+                                             [this](platform::Window each) { return m_idOfWindow.contains(each); })));
   ++m_figures.opens;
 }
 
@@ -88,18 +99,17 @@ void MonthsDriver::Operate() {
     {
       const std::lock_guard lock(m_lock);
       const Id id = PickId();
-      const bool finished = m_engine->IsFinished(id);
-      const Pid pid = PidOf(id);
+      const bool finished = IsFinished(id);
       const auto number = static_cast<std::int32_t>(m_nextNumber);
       switch (Draw(6)) {
       case 0:
         if (const bool full = Chance(50); FullScreen(id, full), !finished) {
-          Queued(SDK_FULLSCREEN, id, pid, full ? 1 : 0);
+          Queued(SDK_FULLSCREEN, id, full ? 1 : 0);
         }
         break;
       case 1:
         if (SetWindowsPos(id, number, 0, 800, 600); !finished) {
-          Queued(SDK_SETPOS, id, pid, number);
+          Queued(SDK_SETPOS, id, number);
         }
         break;
       case 2: {
@@ -107,11 +117,11 @@ void MonthsDriver::Operate() {
           break;
         }
         const bool dark = Chance(50);
-        const auto all = m_engine->CopyIdToPid();
         ChangeThemeMode(dark);
-        for (const auto& [each, itsPid] : all) {
-          if (!m_engine->IsFinished(each)) {
-            Queued(SDK_CHANGE_THEME, each, itsPid, dark ? 2 : 1);
+        const auto all = m_account.Pids();
+        for (const auto& [each, pid] : all) {
+          if (!IsFinished(each)) {
+            Queued(SDK_CHANGE_THEME, each, dark ? 2 : 1);
           }
         }
         break;
@@ -120,14 +130,14 @@ void MonthsDriver::Operate() {
         if (DoBrowserCommand(id, number) == finished) {
           Fail("a command on the id " + std::to_string(id) + " gave the wrong result");
         } else if (!finished) {
-          Queued(SDK_BROWSER_COMMAND, id, pid, number);
+          Queued(SDK_BROWSER_COMMAND, id, number);
         }
         break;
       default:
         if (OperatePic(id, number) == finished) {
           Fail("an operation on the id " + std::to_string(id) + " gave the wrong result");
         } else if (!finished) {
-          Queued(SDK_OPERATE, id, pid, number);
+          Queued(SDK_OPERATE, id, number);
         }
         break;
       }
@@ -139,31 +149,24 @@ void MonthsDriver::Operate() {
 void MonthsDriver::Close() {
   const std::lock_guard lock(m_lock);
   const Id id = PickId();
-  const bool finished = m_engine->IsFinished(id);
-  const bool closing = m_engine->IsClosing(id);
-  const Pid pid = PidOf(id);
-  const auto link = m_engine->CopyIdToPid().contains(id) ? life::Probe().GetHelperByPid(pid) : nullptr;
-  const bool sends = link != nullptr && !link->IsConnecting();
-  const bool asks = sends && link->IsModify();
   const bool all = Chance(50);
+  const bool finished = IsFinished(id);
   const bool result = CloseEditor(id, all);
-  if (result != (asks && !finished)) {
+  const Account::Close comes = m_account.HostCloses(id, finished);
+  if (result != (comes == Account::Close::kAsks)) {
     Fail("a close of the id " + std::to_string(id) + " gave the wrong result");
   }
-  if (finished) {
+  if (comes == Account::Close::kRefused) {
     return;
   }
-  if (sends) {
-    Queued(SDK_CLOSE, id, pid, all ? 1 : 0);
+  if (comes == Account::Close::kAsks || comes == Account::Close::kSends) {
+    Queued(SDK_CLOSE, id, all ? 1 : 0);
   }
-  if (!asks) {
+  if (comes != Account::Close::kAsks) {
     Clear(id);
   }
-  if (IsClose(id) != (closing || !asks)) {
-    // A queued close may fail at once and finish the id.
-    if (!m_engine->IsFinished(id)) {
-      Fail("the id " + std::to_string(id) + " does not know whether it is closed");
-    }
+  if (IsClose(id) != (m_account.IsClosing(id) || IsFinished(id))) {
+    Fail("the id " + std::to_string(id) + " does not know whether it is closed");
   }
 }
 
@@ -203,12 +206,16 @@ void MonthsDriver::EditorEvent() {
     } else if (drawn < 50) {
       text = EventText(pid, "testserver");
     } else if (drawn < 53) {
-      text = "neither JSON nor anything";
+      text = EventText(pid, "nothing") + " and no JSON any more";
+      m_said[m_nextEvent - 1] = text;
     } else {
       text = EventText(pid, "custom_message", ",\"param\":\"moved\"");
     }
   }
   sim::SendEvent(pid, text);
+  if (Chance(3)) {
+    sim::SendEvent(pid, text); // a direct repeat is dropped
+  }
   if (Chance(5)) {
     for (int i = 0; i < 30; ++i) {
       std::string more;
@@ -274,7 +281,7 @@ void MonthsDriver::ReuseListedPid() {
   if (entries.empty()) {
     return;
   }
-  const KillEntry& entry = entries.begin()->second;
+  const KillEntry& entry = entries.rbegin()->second; // the one whose turn comes last
   if (const std::lock_guard lock(m_lock); sim::IsRunning(entry.m_pid)) {
     Ends(entry.m_pid);
     sim::EndProcess(entry.m_pid);
@@ -287,11 +294,17 @@ void MonthsDriver::ReuseListedPid() {
     sim::StartProcess(spec);
     m_killWatch.BeganBySelf();
     ++m_figures.reusedPids;
+    ++m_figures.reusedListed;
   }
 }
 
 void MonthsDriver::TurnClock() {
   constexpr std::int64_t kDay = 864'000'000'000; // in steps of the wall clock
+  ++m_figures.clockTurns;
+  {
+    const std::lock_guard lock(m_lock);
+    m_account.Leaps();
+  }
   switch (Draw(3)) {
   case 0:
     sim::SetUtc(134'129'382'450'000'000 + (static_cast<std::int64_t>(Draw(1400)) - 700) * kDay);
@@ -320,6 +333,10 @@ void MonthsDriver::PassTime() {
   } else if (drawn < 88) {
     Advance(1000 + Draw(5000));
   } else {
+    {
+      const std::lock_guard lock(m_lock);
+      m_account.Leaps();
+    }
     sim::LeapMs(60'000 + Draw(4 * 3'600'000)); // the machine sleeps
     Advance(1);
   }

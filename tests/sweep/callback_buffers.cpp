@@ -1,7 +1,7 @@
 #include "tests/sweep/callback_buffers.h"
 
+#include <map>
 #include <mutex>
-#include <set>
 
 extern "C" {
 void* __real_malloc(std::size_t size);
@@ -15,7 +15,8 @@ namespace {
 // It outlives the static objects, whose destructors may free.
 struct Ledger {
   std::mutex lock;
-  std::set<void*> live;
+  std::map<void*, std::size_t> live;  // with its number
+  std::map<std::size_t, void*> fresh; // by number: live and not taken by TakeFresh
   std::size_t made = 0;
   std::size_t freed = 0;
 };
@@ -32,7 +33,8 @@ void* __wrap_malloc(std::size_t size) {
   if (memory != nullptr) {
     Ledger& ledger = TheLedger();
     const std::lock_guard lock(ledger.lock);
-    ledger.live.insert(memory);
+    ledger.live[memory] = ledger.made;
+    ledger.fresh[ledger.made] = memory;
     ++ledger.made;
   }
   return memory;
@@ -42,7 +44,11 @@ void __wrap_free(void* memory) {
   {
     Ledger& ledger = TheLedger();
     const std::lock_guard lock(ledger.lock);
-    ledger.freed += ledger.live.erase(memory);
+    if (const auto found = ledger.live.find(memory); found != ledger.live.end()) {
+      ledger.fresh.erase(found->second);
+      ledger.live.erase(found);
+      ++ledger.freed;
+    }
   }
   __real_free(memory);
 }
@@ -67,7 +73,7 @@ bool IsLive(const void* buffer) {
 std::vector<const char*> Live() {
   const std::lock_guard lock(TheLedger().lock);
   std::vector<const char*> all;
-  for (const void* const memory : TheLedger().live) {
+  for (const auto& [memory, number] : TheLedger().live) {
     all.push_back(static_cast<const char*>(memory));
   }
   return all;
@@ -78,9 +84,20 @@ std::vector<std::string> LiveTexts() {
   return {all.begin(), all.end()};
 }
 
+std::vector<const char*> TakeFresh() {
+  const std::lock_guard lock(TheLedger().lock);
+  std::vector<const char*> all;
+  for (const auto& [number, memory] : TheLedger().fresh) {
+    all.push_back(static_cast<const char*>(memory));
+  }
+  TheLedger().fresh.clear();
+  return all;
+}
+
 void DropLive() {
   const std::lock_guard lock(TheLedger().lock);
-  for (void* const memory : TheLedger().live) {
+  TheLedger().fresh.clear();
+  for (const auto& [memory, number] : TheLedger().live) {
     __real_free(memory);
   }
   TheLedger().live.clear();

@@ -19,6 +19,9 @@ bool IsLive(const void* buffer);
 std::vector<const char*> Live();
 std::vector<std::string> LiveTexts();
 
+/// Those that live and that no earlier call gave, in the order of their making.
+std::vector<const char*> TakeFresh();
+
 /// Frees all that live, which nobody else holds any more. They don't count as freed.
 void DropLive();
 

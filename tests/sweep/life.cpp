@@ -21,6 +21,7 @@ constexpr int kEngineThreads = 4;
 constexpr std::uint64_t kTeardownStepMs = 10'000; // a link that nobody serves is given up in a few wakes
 constexpr std::uint32_t kDoubtMs = 1000;
 constexpr std::int64_t kStepsPerSecond = 10'000'000;
+constexpr std::uint64_t kHalfHour = 1800; // seconds
 
 /// Where the value of a key begins, or npos.
 std::size_t ValueAt(const std::string& text, const std::string& key) {
@@ -115,37 +116,50 @@ std::int64_t CreatedAt(std::uint32_t pid) {
   return created;
 }
 
-std::string KillWatch::Look() {
-  for (const auto& [pid, entry] : Probe().KillEntries()) {
-    const std::int64_t created = CreatedAt(pid);
-    const auto known = m_listed.find(pid);
-    if (created != 0 && (known == m_listed.end() || known->second.createTime != entry.m_createTime)) {
-      m_listed[pid] = {created, entry.m_createTime};
+/// An entry is judged when it comes, for a clock that is turned later changes what its time would be.
+std::string KillWatch::LookAtList() {
+  const auto entries = Probe().KillEntries();
+  std::erase_if(m_listed, [&entries](const auto& each) { return !entries.contains(each.first); });
+  std::string wrong;
+  for (const auto& [pid, entry] : entries) {
+    const auto known = m_entryTimes.find(pid);
+    if (m_listed.contains(pid) && known->second == entry.m_createTime) {
+      continue;
+    }
+    m_entryTimes[pid] = entry.m_createTime;
+    m_listed[pid] = CreatedAt(pid);
+    const auto created = static_cast<std::uint64_t>(m_listed[pid] / kStepsPerSecond);
+    // Local, and of another epoch: both differ by whole half hours.
+    if (m_listed[pid] != 0 && entry.m_createTime != 0 && entry.m_createTime % kHalfHour != created % kHalfHour) {
+      wrong = "process " + std::to_string(pid) + " is listed with another creation time than its own";
     }
   }
+  return wrong;
+}
+
+std::string KillWatch::Look() {
+  const auto before = m_listed;
+  std::string wrong = LookAtList();
   const int starts = sim::CallCount("CreateProcessW");
   const int terminations = sim::CallCount("TerminateProcess");
   if (starts == m_starts && terminations == m_terminations) {
-    return {};
+    return wrong;
   }
   m_starts = starts;
   std::map<std::uint32_t, std::int64_t> running;
   for (const std::uint32_t pid : sim::RunningPids()) {
     running[pid] = CreatedAt(pid);
   }
-  std::string wrong;
   for (const auto& [pid, created] : m_running) {
     const auto still = running.find(pid);
-    const auto leaving = m_leaving.find(pid);
-    if ((still != running.end() && still->second == created) ||
-        (leaving != m_leaving.end() && leaving->second == created)) {
+    if ((still != running.end() && still->second == created) || m_leaving.contains({pid, created})) {
       continue;
     }
     ++m_kills;
-    const auto listed = m_listed.find(pid);
+    const auto listed = before.find(pid);
     // Two runs that begin within one second are not told apart.
-    if (terminations == m_terminations || listed == m_listed.end() ||
-        listed->second.created / kStepsPerSecond != created / kStepsPerSecond) {
+    if (terminations == m_terminations || listed == before.end() ||
+        listed->second / kStepsPerSecond != created / kStepsPerSecond) {
       wrong = "process " + std::to_string(pid) + " was ended and had not been listed with its creation time";
     }
   }
@@ -158,6 +172,6 @@ std::string KillWatch::Look() {
   return wrong;
 }
 
-void KillWatch::EndsBySelf(std::uint32_t pid, std::int64_t created) { m_leaving[pid] = created; }
+void KillWatch::EndsBySelf(std::uint32_t pid, std::int64_t created) { m_leaving.emplace(pid, created); }
 
 } // namespace life

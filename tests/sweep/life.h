@@ -5,7 +5,9 @@
 #include <cstdint>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
+#include <utility>
 
 // How a program lives a life of the library over the simulated platform, with the clock stopped and time moved on from
 // one wake to the next, so that a year of waiting costs what there is to do in it and no more.
@@ -38,8 +40,8 @@ std::int64_t CreatedAt(std::uint32_t pid);
 /// Knows the processes and the kill list. Told at each rest, it sees every end that the library brought about.
 class KillWatch {
 public:
-  /// Looks at the list and at the ends since the last look. Empty, or what is wrong: a process was ended that had not
-  /// been listed with its creation time.
+  /// Looks at the list and at the ends since the last look. Empty, or what is wrong: an entry does not hold its process's
+  /// creation time, or a process was ended that had not been on the list with it at the last look.
   std::string Look();
 
   /// A process that ends without the library, with its CreatedAt. Before the next look.
@@ -52,13 +54,12 @@ public:
   int Kills() const { return m_kills; }
 
 private:
-  struct Listed {
-    std::int64_t created = 0;
-    std::uint64_t createTime = 0; // as the entry has it
-  };
-  std::map<std::uint32_t, std::int64_t> m_running; // by pid: created
-  std::map<std::uint32_t, Listed> m_listed;
-  std::map<std::uint32_t, std::int64_t> m_leaving; // by pid: created
+  std::string LookAtList();
+
+  std::map<std::uint32_t, std::int64_t> m_running;            // by pid: created
+  std::map<std::uint32_t, std::int64_t> m_listed;             // by pid: created, of what is on the list
+  std::map<std::uint32_t, std::uint64_t> m_entryTimes;        // by pid: as the entry has it
+  std::set<std::pair<std::uint32_t, std::int64_t>> m_leaving; // pid and created
   int m_starts = -1;
   int m_terminations = 0;
   int m_kills = 0;

@@ -61,6 +61,18 @@ public:
     const std::lock_guard lock(m_engine->m_stateLock);
     return m_engine->m_hwndToId.contains(window);
   }
+  std::size_t Windows() {
+    const std::lock_guard lock(m_engine->m_stateLock);
+    return m_engine->m_hwndToId.size();
+  }
+  std::size_t FinishedCount() {
+    const std::lock_guard lock(m_engine->m_stateLock);
+    return m_engine->m_finishedIds.size();
+  }
+  std::set<std::int32_t> FinishedIds() {
+    const std::lock_guard lock(m_engine->m_stateLock);
+    return m_engine->m_finishedIds;
+  }
   /// The id of a pid, -1 when the table has no entry.
   std::int32_t IdOfPid(std::uint32_t pid) {
     const std::lock_guard lock(m_engine->m_stateLock);
