@@ -101,9 +101,6 @@ void StartConsole(const std::string& when) {
 }
 
 void EndConsole() {
-  // Not all streams: another thread may sit in a read of standard input, and holds its lock.
-  std::fflush(stdout);
-  std::fflush(stderr);
   if (!g_found.has_value()) {
     return;
   }

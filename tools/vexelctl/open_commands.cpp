@@ -24,6 +24,11 @@ void OpenHost::BeginRecord() {
   if (m_options.app.has_value()) {
     command += " --app " + std::to_string(*m_options.app);
   }
+  if (m_options.limitSeconds != OpenOptions().limitSeconds) {
+    char limit[32];
+    std::snprintf(limit, sizeof limit, " --limit %g", m_options.limitSeconds);
+    command += limit;
+  }
   if (m_options.isWithoutMove) {
     command += " --no-move";
   }

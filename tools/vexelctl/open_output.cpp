@@ -87,7 +87,7 @@ void OpenOutput::Event(const HostEvent& event, const Json& json, std::int64_t si
     line["since"] = since;
     line["thread"] = event.thread;
     line["event"] = json.is_discarded() ? Json(event.text) : json;
-    // As it came: numbers beyond a double's and keys that stand twice do not outlive the parser.
+    // As it came, but for bytes that are no UTF-8: numbers beyond a double's and keys that stand twice do not outlive the parser.
     line["text"] = event.text;
     PrintJson(line);
     return;

@@ -35,8 +35,7 @@ public:
   /// What the person has to know and no event tells; id 0 for what belongs to none.
   void Note(std::int32_t id, const std::string& sentence) const;
 
-  /// An event, with the milliseconds since the open of its id. `json` is its text parsed, or
-  /// discarded.
+  /// An event, with the milliseconds since the open of its id. `json` is its text parsed, or discarded.
   void Event(const HostEvent& event, const Json& json, std::int64_t since) const;
 
   /// That the tool begins to close what is open. Text alone.

@@ -11,6 +11,7 @@ namespace vexelctl {
 namespace {
 
 constexpr std::int64_t kSecondUs = 1000000;
+constexpr std::int32_t kChangeTheme = 22;
 constexpr std::int64_t kClockJumpSeconds = 60; // backwards by more than threads overtaking each other explains
 
 // Tries come each 10 ms for up to 100 s: the stretch is drawn, not each of them.
@@ -177,7 +178,7 @@ void Layout::LeaveQueue(RunState& run, int runNumber, std::int32_t op, std::int3
     return;
   }
   for (auto waiting = run.queue.begin(); waiting != found; ++waiting) {
-    if (waiting->op == 22 && waiting->id == 0) {
+    if (waiting->op == kChangeTheme && waiting->id == 0) {
       continue; // a theme goes to all ids that there are, 0 among them, and there to nobody
     }
     const std::size_t lane = WindowLane(runNumber, waiting->id);
