@@ -23,8 +23,8 @@ constexpr std::int64_t kFirstUtc = 134'129'382'450'000'000; // some moment in Ja
 
 struct Waiter {
   std::condition_variable* changed;
-  std::int64_t beganNs;
   std::int64_t deadlineNs;
+  std::int64_t askedMs; // what it was asked for, -1 for a deadline that was not counted from its beginning
   const std::function<bool()>* done;
   bool over = false;    // its time is up, while the clock stands
   bool counted = true;  // by a thread that a rest waits for
@@ -53,6 +53,14 @@ Clock& TheClock() {
   static Clock& clock = *new Clock;
   return clock;
 }
+
+// The length that the calling thread last asked for, and the deadline that it became. The wait begins somewhat later, and
+// with a clock that runs much later on a machine that is busy.
+struct Asked {
+  std::int64_t deadlineNs = kNever;
+  std::int64_t milliseconds = -1;
+};
+thread_local Asked t_asked;
 
 // Makes the present the new base, so that a change of speed leaves the past alone.
 void Rebase() {
@@ -92,15 +100,19 @@ std::int64_t NowNs() {
 std::int64_t UtcAt(std::int64_t nowNs) { return TheClock().utcOffset + nowNs / 100; }
 
 std::int64_t DeadlineIn(std::uint32_t milliseconds) {
-  return milliseconds == 0xFFFFFFFFu ? kNever : NowNs() + static_cast<std::int64_t>(milliseconds) * kNsPerMs;
+  if (milliseconds == 0xFFFFFFFFu) {
+    return kNever;
+  }
+  t_asked = {NowNs() + static_cast<std::int64_t>(milliseconds) * kNsPerMs, static_cast<std::int64_t>(milliseconds)};
+  return t_asked.deadlineNs;
 }
 
 bool WaitUntil(Lock& lock, std::condition_variable& changed, std::int64_t deadlineNs,
                const std::function<bool()>& done) {
   Clock& clock = TheClock();
-  const std::int64_t began = NowNs();
+  const std::int64_t asked = deadlineNs == t_asked.deadlineNs ? t_asked.milliseconds : -1;
   const auto place = clock.waits.insert(
-      clock.waits.end(), {&changed, began, deadlineNs, &done, deadlineNs <= began, IsCounted(), false, 0});
+      clock.waits.end(), {&changed, deadlineNs, asked, &done, deadlineNs <= NowNs(), IsCounted(), false, 0});
   bool result = done();
   while (!result) {
     WaitBegan().notify_all();
@@ -147,7 +159,7 @@ void BeginTurn(Lock& lock) {
   const long number = ThreadNumber();
   const auto behind = std::find_if(clock.waits.begin(), clock.waits.end(),
                                    [number](const Waiter& wait) { return wait.begin > number; });
-  const auto place = clock.waits.insert(behind, {&turn, NowNs(), kNever, &done, false, IsCounted(), false, number});
+  const auto place = clock.waits.insert(behind, {&turn, kNever, -1, &done, false, IsCounted(), false, number});
   WaitBegan().notify_all();
   while (!place->granted && TakesTurns()) {
     turn.wait(lock);
@@ -254,13 +266,15 @@ void TakeTurns(bool turns) {
 
 void StandAside() { LeaveOut(); }
 
-bool StepToNextWake(std::uint64_t milliseconds) {
-  const Lock lock = TakeLock();
+namespace {
+
+// Moves time to the end of the wait that ends next, or to the limit when none ends before. True when a wait ends. Needs
+// the mutex.
+bool StepTowards(std::int64_t limit) {
   Clock& clock = TheClock();
   // Of those that end together the one that began first: min_element returns the first of equals.
   const auto next = std::min_element(clock.waits.begin(), clock.waits.end(),
                                      [](const Waiter& a, const Waiter& b) { return a.deadlineNs < b.deadlineNs; });
-  const std::int64_t limit = NowNs() + static_cast<std::int64_t>(milliseconds) * kNsPerMs;
   if (next == clock.waits.end() || next->deadlineNs > limit) {
     clock.simBaseNs = limit;
     return false;
@@ -271,14 +285,26 @@ bool StepToNextWake(std::uint64_t milliseconds) {
   return true;
 }
 
+} // namespace
+
+bool StepToNextWake(std::uint64_t milliseconds) {
+  const Lock lock = TakeLock();
+  return StepTowards(NowNs() + static_cast<std::int64_t>(milliseconds) * kNsPerMs);
+}
+
 bool LetPass(std::uint64_t milliseconds) {
-  const std::uint64_t until = NowMs() + milliseconds;
+  // Not rounded: a wait of that length that has begun at the same time must end within.
+  const auto now = [] {
+    const Lock lock = TakeLock();
+    return NowNs();
+  };
+  const std::int64_t until = now() + static_cast<std::int64_t>(milliseconds) * kNsPerMs;
   while (WaitForRest()) {
-    const std::uint64_t now = NowMs();
-    if (now >= until) {
+    if (now() >= until) {
       return true;
     }
-    StepToNextWake(until - now);
+    const Lock lock = TakeLock();
+    StepTowards(until);
   }
   return false;
 }
@@ -291,9 +317,7 @@ void LeapMs(std::uint64_t milliseconds) {
 bool SomeoneWaitsFor(std::uint32_t milliseconds) {
   const Lock lock = TakeLock();
   return std::any_of(TheClock().waits.begin(), TheClock().waits.end(), [milliseconds](const Waiter& wait) {
-    // Rounded: a clock that runs has gone on between the two.
-    return wait.deadlineNs != kNever &&
-           (wait.deadlineNs - wait.beganNs + kNsPerMs / 2) / kNsPerMs == static_cast<std::int64_t>(milliseconds);
+    return wait.deadlineNs != kNever && wait.askedMs == static_cast<std::int64_t>(milliseconds);
   });
 }
 

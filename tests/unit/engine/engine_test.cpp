@@ -75,12 +75,23 @@ bool EngineTest::DrainQueue() {
   return sim::WaitFor([] { return Probe().OperatorIsIdle(); });
 }
 
-bool EngineTest::HoldQueue() {
-  constexpr std::int32_t kNobody = 0x7000; // an id that nothing else uses; its record has no effect but the pause
-  if (!DrainQueue()) {
+bool EngineTest::StopIdle() {
+  constexpr std::uint32_t kLookMs = 500; // how long the operator thread waits for a record
+  constexpr std::uint32_t kPaceMs = 10;  // its pause behind that
+  const auto waits = [] { return sim::SomeoneWaitsFor(kLookMs); };
+  // Before its first wait a rest does not count the thread, and a pause that the clock stops in would not end.
+  if (!DrainQueue() || !sim::WaitFor(waits)) {
     return false;
   }
   sim::SetClockSpeed(0);
+  return sim::WaitForRest() && (waits() || (sim::LetPass(kPaceMs) && waits()));
+}
+
+bool EngineTest::HoldQueue() {
+  constexpr std::int32_t kNobody = 0x7000; // an id that nothing else uses; its record has no effect but the pause
+  if (!StopIdle()) {
+    return false;
+  }
   Engine()->DoOperator(RecordOf(SDK_NONE, kNobody));
   return sim::WaitFor([] { return Probe().Queued() == 0; });
 }

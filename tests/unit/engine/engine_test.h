@@ -56,6 +56,9 @@ protected:
 
   /// Waits until everything queued has been run.
   static bool DrainQueue();
+  /// Stops the clock with the queue empty and the operator thread waiting for a record, so that it takes the next one at
+  /// once. False when the thread is not free.
+  static bool StopIdle();
   /// Stops the clock with the operator thread in its pause, so that what is queued from now on stays in the queue. False
   /// when the thread is not free.
   static bool HoldQueue();

@@ -208,7 +208,7 @@ TEST_F(GateQueue, HostCallsReturnWhileAnEditorDoesNotAnswer) {
   const std::int32_t id = Connected();
   const std::int32_t other = Connected();
   const std::uint32_t otherPid = Pid(other);
-  sim::SetClockSpeed(0);
+  ASSERT_TRUE(StopIdle());
   SetWindowsPos(id, 1, 2, 3, 4);
   ASSERT_TRUE(sim::WaitFor([] { return sim::SomeoneWaitsFor(kSilence); }));
   EXPECT_EQ(OpenEditor(L"C:\\c.png", Handle(kOtherWindow), 0, nullptr), other + 1);

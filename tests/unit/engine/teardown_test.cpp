@@ -26,7 +26,7 @@ protected:
   /// An id whose editor lets an exchange stand, with the clock stopped.
   std::int32_t OpenAndStandStill() {
     const std::int32_t id = OpenAndWait(kWindow);
-    sim::SetClockSpeed(0);
+    EXPECT_TRUE(StopIdle());
     SetWindowsPos(id, 1, 2, 3, 4);
     EXPECT_TRUE(sim::WaitFor([] { return sim::SomeoneWaitsFor(kExchangeMs); }));
     return id;

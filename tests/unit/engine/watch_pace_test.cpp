@@ -216,10 +216,10 @@ TEST_F(StandingWatch, WritesNoLineNorDoesAnIdleKillThread) {
 
 class StandingKill : public EngineTest {
 protected:
-  /// Both programs preloaded, the clock stopped from the engine's first moment on.
+  /// Both programs preloaded, the clock stopped from the engine's first moment on, at the beginning of a second.
   void SetUp() override {
     sim::InstallEditors();
-    sim::SetClockSpeed(0);
+    sim::StopAtFullMinute();
     Preload();
     m_began = sim::NowMs();
     ASSERT_TRUE(WatchesStand());

@@ -141,7 +141,9 @@ TEST_F(CrashWatch, ACloseWithinTheSecondCancelsTheReport) {
 TEST_F(CrashWatch, APidThatRunsSomethingAgainReadsAsAlive) {
   const std::int32_t id = OpenAndWait(m_window);
   const std::uint32_t pid = Pid(id);
+  ASSERT_TRUE(WatchesStand());
   sim::SetClockSpeed(0); // the watch sees nothing between the two
+  ASSERT_TRUE(sim::WaitForRest());
   sim::CrashProcess(pid);
   StartAs(pid, L"C:\\Other\\program.exe");
   sim::SetClockSpeed(kFast);
@@ -181,10 +183,7 @@ TEST_F(CrashWatch, AnEditorThatDiesBeforeItServesEndsTheOpenAtOnceAndIsNoCrash) 
   script.serveAfterMs = 1000;
   script.dieAfterMs = kLifeMs;
   sim::InstallEditors(script);
-  Engine();
-  sim::SetClockSpeed(0);
-  // The operator thread looks twice a second; before its first wait a rest of the world does not count it.
-  ASSERT_TRUE(sim::WaitFor([] { return sim::SomeoneWaitsFor(500); }) && WatchesStand());
+  ASSERT_TRUE(StopIdle() && WatchesStand());
   const std::int32_t id = Open(m_window);
   const std::uint64_t from = sim::NowMs();
   while (!Probe().OperatorIsIdle()) {

@@ -71,6 +71,24 @@ TEST_F(SimClock, AnAdvanceEndsASleepOfAStoppedClock) {
   EXPECT_GE(sim::NowMs(), 60000u);
 }
 
+TEST_F(SimClock, WhatPassesEndsAWaitOfThatLengthWhateverElseEndsWithin) {
+  constexpr std::uint32_t kFirstMs = 60'000;
+  constexpr std::uint32_t kSecondMs = 70'000;
+  for (int i = 0; i < 20; ++i) { // each time with other fractions of a millisecond
+    sim::SetClockSpeed(1);
+    std::thread first([] { platform::Sleep(kFirstMs); });
+    EXPECT_TRUE(sim::WaitFor([] { return sim::SomeoneWaitsFor(kFirstMs); }));
+    sim::SetClockSpeed(0);
+    std::thread second([] { platform::Sleep(kSecondMs); });
+    EXPECT_TRUE(sim::WaitFor([] { return sim::SomeoneWaitsFor(kSecondMs); }));
+    EXPECT_TRUE(sim::LetPass(kSecondMs));
+    EXPECT_FALSE(sim::SomeoneWaitsFor(kSecondMs));
+    sim::AdvanceMs(kSecondMs); // lets it go where it did not
+    first.join();
+    second.join();
+  }
+}
+
 TEST_F(SimClock, TheShortTickCountWraps) {
   sim::SetClockSpeed(0);
   sim::SetTickCount64(0xFFFFFFFFull);
