@@ -179,7 +179,7 @@ TEST_F(Vexelctl, OpenRecordsWhatCanBeReplayed) {
   const Result first = Run(L"open --limit 100 --record run.txt a.bmp", "expect open_pic_success\n@1 operate 5\nquit\n");
   ASSERT_EQ(first.code, 0U) << first.out << first.err;
   const std::string recorded = ReadFileBytes(File(L"run.txt"));
-  EXPECT_TRUE(recorded.starts_with("# vexelctl open \"a.bmp\"\n")) << recorded;
+  EXPECT_TRUE(recorded.starts_with("# vexelctl open \"a.bmp\" --limit 100\n")) << recorded;
   EXPECT_TRUE(Contains(recorded, "\n@1 operate 5\n")) << recorded;
   const Result again = Run(L"open --limit 100 a.bmp", recorded);
   EXPECT_EQ(again.code, 0U) << again.out << again.err;
