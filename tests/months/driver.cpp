@@ -191,7 +191,7 @@ MonthsDriver::Editor& MonthsDriver::EditorOf(Pid pid) {
 
 std::string MonthsDriver::EventText(Pid pid, const std::string& type, const std::string& more) {
   const std::uint64_t number = m_nextEvent++;
-  const std::string text =
+  std::string text =
       "{\"n\":" + std::to_string(number) + ",\"pid\":" + std::to_string(pid) + more + ",\"type\":\"" + type + "\"}";
   m_said[number] = text;
   if (type != "testserver") {

@@ -18,7 +18,6 @@
 namespace {
 
 constexpr std::uint64_t kStepMs = 10;
-constexpr double kFast = 20; // simulated seconds in a real one
 
 class StandingWatch : public EngineTest {
 protected:
@@ -229,7 +228,7 @@ protected:
   }
 
   /// Lets time pass until the engine has that age.
-  void Until(std::uint64_t age) { ASSERT_TRUE(sim::LetPass(m_began + age - sim::NowMs())); }
+  void Until(std::uint64_t age) const { ASSERT_TRUE(sim::LetPass(m_began + age - sim::NowMs())); }
 
   static void StartAgain(std::uint32_t pid) {
     sim::ProcessSpec spec;
