@@ -33,7 +33,7 @@ public:
   /// The tables that grow with windows and processes, to be put aside and back.
   struct Tables {
     decltype(VexelSDKThread::m_idToPid) idToPid;
-    decltype(VexelSDKThread::m_pidSlots) pidSlots;
+    decltype(VexelSDKThread::m_pidsByNumber) pidsByNumber;
     decltype(VexelSDKThread::m_pidToId) pidToId;
     decltype(VexelSDKThread::m_hwndToId) hwndToId;
     decltype(VexelSDKThread::m_callbacks) callbacks;
@@ -41,7 +41,7 @@ public:
   };
   void Swap(Tables& tables) {
     m_engine.m_idToPid.swap(tables.idToPid);
-    m_engine.m_pidSlots.swap(tables.pidSlots);
+    m_engine.m_pidsByNumber.swap(tables.pidsByNumber);
     m_engine.m_pidToId.swap(tables.pidToId);
     m_engine.m_hwndToId.swap(tables.hwndToId);
     m_engine.m_callbacks.swap(tables.callbacks);

@@ -118,7 +118,7 @@ void MeasureIdle(const Effort& effort, Report& report) {
   const Wakes start = ReadWakes(process);
   Sleep(seconds * 1000);
   const Wakes end = ReadWakes(process);
-  // Most wakes first: the inbound thread, the operator thread, the crash watch, the kill list, and who only waits.
+  // Most wakes first: the inbound thread, the crash watch, the kill list, and who only waits for work.
   const Samples engine = Between(start, end, bare);
   Wakes others = own;
   for (const auto& [thread, count] : end) {
@@ -147,36 +147,26 @@ void MeasureIdle(const Effort& effort, Report& report) {
   row.id = "idle_watches";
   row.what = "wake-ups of the two idle watch threads over those of bare waits of 2 s and 5 s";
   row.unit = "x";
-  const double watches = (engine[2] + engine[3]) / (references[1] + references[2]);
+  const double watches = (engine[1] + engine[2]) / (references[1] + references[2]);
   row.value = {watches, watches, watches};
   row.kind = Bound::kAtMost;
   row.bound = 1.3; // one wait more or less may end within the time
-  row.subject = engine[2] + engine[3];
+  row.subject = engine[1] + engine[2];
   row.reference = references[1] + references[2];
   row.partsUnit = "in " + std::to_string(seconds) + " s";
   report.rows.push_back(row);
   row = {};
-  row.id = "idle_operator";
-  row.what = "wake-ups of the idle operator thread";
-  row.unit = "a second";
-  const double looks = engine[1] / seconds;
-  row.value = {looks, looks, looks};
-  row.kind = Bound::kAtMost;
-  row.bound = 0;
-  row.accepted = 2.2; // its looks for a record whose wake-up failed
-  report.rows.push_back(row);
-  row = {};
   row.id = "idle_others";
-  row.what = "wake-ups of the pipe library's idle threads";
+  row.what = "wake-ups of the idle operator thread and of the pipe library's";
   row.unit = "wakes";
   double beyond = 0;
-  for (std::size_t i = 4; i < engine.size(); ++i) {
+  for (std::size_t i = 3; i < engine.size(); ++i) {
     beyond += engine[i];
   }
   row.value = {beyond, beyond, beyond};
   row.kind = Bound::kAtMost;
   row.bound = 0;
-  row.note = "in " + std::to_string(seconds) + " s, " + std::to_string(engine.size() - 4) + " threads";
+  row.note = "in " + std::to_string(seconds) + " s, " + std::to_string(engine.size() - 3) + " threads";
   report.rows.push_back(row);
 }
 

@@ -2,7 +2,9 @@
 
 #include "platform/types.h"
 
-// Named and unnamed kernel objects to wait on.
+#include <atomic>
+
+// What threads wait on: named and unnamed kernel objects, a word of memory, and time.
 namespace platform {
 
 /// Opens or makes the mutex `name` (null: unnamed) with the default security. Null on failure, with a last error.
@@ -24,6 +26,13 @@ std::uint32_t WaitForSingleObject(Handle object, std::uint32_t milliseconds);
 
 /// Gives a handle of any kind back. False, with a last error, for a value that is none.
 bool CloseHandle(Handle object);
+
+/// Blocks while `*word` is `seen`, until WakeByAddressSingle is called for it; it may return before that, too. No object
+/// of the system is behind it, so neither side can fail.
+void WaitOnAddress(const std::atomic<std::uint32_t>* word, std::uint32_t seen);
+
+/// Ends the wait of one thread on `word`, which has been changed before. Any thread; never blocks.
+void WakeByAddressSingle(const std::atomic<std::uint32_t>* word);
 
 /// Blocks the calling thread for at least `milliseconds`; 0 yields the rest of its turn.
 void Sleep(std::uint32_t milliseconds);

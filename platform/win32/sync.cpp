@@ -20,6 +20,17 @@ std::uint32_t WaitForSingleObject(Handle object, std::uint32_t milliseconds) {
 
 bool CloseHandle(Handle object) { return ::CloseHandle(object) != FALSE; }
 
+static_assert(sizeof(std::atomic<std::uint32_t>) == sizeof(std::uint32_t));
+static_assert(std::atomic<std::uint32_t>::is_always_lock_free);
+
+void WaitOnAddress(const std::atomic<std::uint32_t>* word, std::uint32_t seen) {
+  ::WaitOnAddress(const_cast<std::atomic<std::uint32_t>*>(word), &seen, sizeof(seen), INFINITE);
+}
+
+void WakeByAddressSingle(const std::atomic<std::uint32_t>* word) {
+  ::WakeByAddressSingle(const_cast<std::atomic<std::uint32_t>*>(word));
+}
+
 void Sleep(std::uint32_t milliseconds) { ::Sleep(milliseconds); }
 
 } // namespace platform

@@ -60,6 +60,8 @@ constexpr const char* kSafe[] = {"GetTickCount",
                                  "PathFindFileNameW",
                                  "PathRemoveExtensionW",
                                  "Sleep",
+                                 "WaitOnAddress",
+                                 "WakeByAddressSingle",
                                  "CltDisConnect",
                                  "ReleasePipeSvr",
                                  "PipeServer::SetMsgProcessor"};

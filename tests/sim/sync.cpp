@@ -70,6 +70,8 @@ struct Sync {
   std::vector<std::weak_ptr<Event>> events;
   std::uint32_t nextForeign = 0x80000000u; // owners in other processes, apart from all thread numbers
   std::condition_variable sleepers;
+  std::condition_variable words; // of all words that threads wait on
+  int onWords = 0;               // threads that do
 };
 
 Sync& TheSync() {
@@ -183,6 +185,11 @@ bool MutexIsOwned(const std::wstring& name) {
   const Lock lock = TakeLock();
   const auto place = TheSync().named.find(ObjectName(name));
   return place != TheSync().named.end() && place->second->owner != 0;
+}
+
+bool SomeoneWaitsOnAWord() {
+  const Lock lock = TakeLock();
+  return TheSync().onWords > 0;
 }
 
 void SignalAllEvents() {
@@ -303,6 +310,18 @@ bool CloseHandle(Handle object) {
     return Leave(kInvalidHandleValue);
   }
   return true;
+}
+
+void WaitOnAddress(const std::atomic<std::uint32_t>* word, std::uint32_t seen) {
+  Call call("WaitOnAddress");
+  ++sim::TheSync().onWords;
+  WaitUntil(call.GetLock(), sim::TheSync().words, kNever, [=] { return word->load() != seen; });
+  --sim::TheSync().onWords;
+}
+
+void WakeByAddressSingle(const std::atomic<std::uint32_t>* /*word*/) {
+  const Call call("WakeByAddressSingle");
+  sim::TheSync().words.notify_all();
 }
 
 void Sleep(std::uint32_t milliseconds) {

@@ -32,6 +32,9 @@ std::vector<std::wstring> MutexNames();
 /// Whether some thread of some process owns the mutex of that name.
 bool MutexIsOwned(const std::wstring& name);
 
+/// Whether some thread is inside WaitOnAddress.
+bool SomeoneWaitsOnAWord();
+
 /// Signals every event that exists. It frees threads that wait for a signal that a test knows to have been used up.
 void SignalAllEvents();
 

@@ -59,8 +59,7 @@ bool UnInit(int seconds) {
       return false;
     }
   }
-  // The threads wait for three events, of which the system may have refused one.
-  const int signals = sim::CallCount("SetEvent") + (sim::FaultsFired("CreateEventW") == 0 ? 3 : 2);
+  const int wakes = sim::CallCount("WakeByAddressSingle");
   const auto returned = std::make_shared<std::atomic<bool>>(false);
   std::thread host([returned] {
     sim::StandAside();
@@ -68,7 +67,7 @@ bool UnInit(int seconds) {
     *returned = true;
   });
   // The crash watch must not begin another pass before it has its signal, so time stands until all have theirs.
-  sim::WaitFor([&] { return returned->load() || sim::CallCount("SetEvent") >= signals; }, seconds);
+  sim::WaitFor([&] { return returned->load() || sim::CallCount("WakeByAddressSingle") > wakes; }, seconds);
   const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
   while (!returned->load()) {
     if (std::chrono::steady_clock::now() >= limit) {

@@ -135,10 +135,10 @@ bool Walker::StartEngine() {
   // begun by then would decide over a wake-up, so over the number of calls.
   const int events = sim::CallCount("CreateEventW");
   IsClose(0);
-  // The first event wakes the operator thread, which has another way. The next two are the brakes of the watches.
+  // The engine's two events are the brakes of the watches.
   const int nth = m_fault.nth - events;
-  if (m_fault.operation == "CreateEventW" && m_fault.nth > 0 && nth <= 3) {
-    m_unstoppable = nth > 1 || m_fault.forever;
+  if (m_fault.operation == "CreateEventW" && m_fault.nth > 0 && nth <= 2) {
+    m_unstoppable = nth > 0 || m_fault.forever;
   }
   const bool rests = Advance(20);
   VexelSDK_Init(nullptr);

@@ -6,6 +6,8 @@
 
 namespace {
 
+constexpr std::uint32_t kNotSeen = 0xFFFFFFFF; // in m_pidsByNumber: the map knows
+
 std::mutex& InstanceLock() {
   static std::mutex lock;
   return lock;
@@ -87,7 +89,6 @@ void VexelSDKThread::DestroyInstance(std::shared_ptr<VexelSDKThread> engine) {
 }
 
 VexelSDKThread::VexelSDKThread() {
-  m_operatorArrived.Attach(platform::CreateEventW(false, false));
   m_crashStopEvent.Attach(platform::CreateEventW(false, false));
   m_killStopEvent.Attach(platform::CreateEventW(false, false));
 }
@@ -104,10 +105,15 @@ VexelSDKThread::~VexelSDKThread() { StopThreads(); }
 
 void VexelSDKThread::StopThreads() {
   std::call_once(m_stopped, [this] {
-    m_stop.store(true, std::memory_order_release);
+    {
+      // The operator thread either sees the stop with its look at the queue, or it has said before that it will wait.
+      const std::lock_guard lock(m_stateLock);
+      m_stop.store(true, std::memory_order_release);
+      m_operatorIdle.store(0, std::memory_order_relaxed);
+    }
     m_crashStopEvent.Set();
     m_killStopEvent.Set();
-    m_operatorArrived.Set();
+    platform::WakeByAddressSingle(&m_operatorIdle);
     JoinAndDelete(m_msgThread);
     JoinAndDelete(m_operatorThread); // drains the queue first
     JoinAndDelete(m_crashThread);
@@ -122,25 +128,26 @@ void VexelSDKThread::StopThreads() {
   });
 }
 
-/// An id that was given out is found without a walk through the map, so that the gate costs the same with many windows.
-std::uint32_t& VexelSDKThread::PidSlotLocked(std::int32_t id) {
+/// An id that was given out is found by its number, without a walk through the map, so that the gate costs the same with
+/// many windows. The first look at an id is the map's, which gets its entry by it.
+std::uint32_t VexelSDKThread::GetPidByIdLocked(std::int32_t id) {
   if (id <= 0 || id > m_lastId) {
     return m_idToPid[id];
   }
   const auto at = static_cast<std::size_t>(id);
-  if (at >= m_pidSlots.size()) {
-    m_pidSlots.resize(at + 1, nullptr);
+  if (at >= m_pidsByNumber.size()) {
+    m_pidsByNumber.resize(at + 1, kNotSeen);
   }
-  std::uint32_t*& slot = m_pidSlots[at];
-  if (slot == nullptr) {
-    slot = &m_idToPid[id];
+  std::uint32_t& pid = m_pidsByNumber[at];
+  if (pid == kNotSeen) {
+    pid = m_idToPid[id];
   }
-  return *slot;
+  return pid;
 }
 
 std::uint32_t VexelSDKThread::GetPidById(std::int32_t id) {
   const std::lock_guard lock(m_stateLock);
-  return PidSlotLocked(id);
+  return GetPidByIdLocked(id);
 }
 
 bool VexelSDKThread::BindIdToPid(std::int32_t id, std::uint32_t pid) {
@@ -150,6 +157,9 @@ bool VexelSDKThread::BindIdToPid(std::int32_t id, std::uint32_t pid) {
   }
   m_idToPid[id] = pid;
   m_pidToId[pid] = id;
+  if (id > 0 && static_cast<std::size_t>(id) < m_pidsByNumber.size()) {
+    m_pidsByNumber[static_cast<std::size_t>(id)] = pid;
+  }
   return true;
 }
 

@@ -4,8 +4,7 @@
 
 namespace {
 
-constexpr std::uint32_t kPaceMs = 10;  // at most one record in this time
-constexpr std::uint32_t kLookMs = 500; // how long a record lies whose wake-up the system refused
+constexpr std::uint32_t kPaceMs = 10; // at most one record in this time
 
 /// The number of a link that may be missing, read all the same: see DoOperator. The undefined-behaviour checks stay out
 /// of this one call, for they would end the host in another way than the read does.
@@ -67,13 +66,14 @@ bool VexelSDKThread::Enqueue(const SDK_OperatorData& record, bool testFinished) 
     if (testFinished && m_finishedIds.contains(record.m_id)) {
       return false;
     }
-    copy.m_pid = PidSlotLocked(record.m_id);
+    copy.m_pid = GetPidByIdLocked(record.m_id);
     m_operators.push_back(std::move(copy));
-    wake = m_operatorIdle;
-    m_operatorIdle = false;
+    wake = m_operatorIdle.load(std::memory_order_relaxed) != 0;
+    m_operatorIdle.store(0,
+                         std::memory_order_relaxed); // two plain moves: under the lock they are as good as an exchange
   }
   if (wake) {
-    m_operatorArrived.Set();
+    platform::WakeByAddressSingle(&m_operatorIdle);
   }
   return true;
 }
@@ -87,15 +87,15 @@ bool VexelSDKThread::TakeOperator(SDK_OperatorData& record, bool& done) {
     m_operators.pop_front();
   }
   done = m_stop.load(std::memory_order_acquire) && m_operators.empty();
-  m_operatorIdle = !taken;
+  m_operatorIdle.store(taken ? 0 : 1, std::memory_order_relaxed);
   return taken;
 }
 
-/// The queue's wake-up, in place of a look every 10 milliseconds. Without the event it falls back to that look, and it
-/// looks now and then in any case: a wake-up that failed is not given again.
+/// The queue's wake-up, in place of a look every 10 milliseconds. It waits on a word of memory and not on an event, which
+/// the system could refuse to make or to signal: the record would then lie until the next one comes.
 void VexelSDKThread::WaitForOperator() {
-  if (!m_operatorArrived.WaitFor(kLookMs)) {
-    platform::Sleep(kPaceMs);
+  while (m_operatorIdle.load(std::memory_order_relaxed) != 0) {
+    platform::WaitOnAddress(&m_operatorIdle, 1);
   }
 }
 

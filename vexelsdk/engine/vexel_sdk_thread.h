@@ -81,8 +81,8 @@ private:
   void StopThreads();
 
   // engine_state.cpp
-  std::uint32_t& PidSlotLocked(std::int32_t id); // m_idToPid[id], under m_stateLock
-  std::uint32_t GetPidById(std::int32_t id);     // adds a zero entry for an unknown id
+  std::uint32_t GetPidById(std::int32_t id); // adds a zero entry for an unknown id
+  std::uint32_t GetPidByIdLocked(std::int32_t id);
   bool BindIdToPid(std::int32_t id, std::uint32_t pid);
   std::shared_ptr<VexelSDKHelper> GetHelperByPid(std::uint32_t pid);
   std::shared_ptr<VexelSDKHelper> GetHelperOfOperator(const SDK_OperatorData& record);
@@ -124,9 +124,9 @@ private:
   void SendBrowserMessage(std::int32_t id, std::uint32_t pid, const char* type, const char* param);
   void ReportCustomMessage(const SDK_OperatorData& record, const char* param);
 
-  // Set once at teardown, with release, and read with acquire by the message and the operator thread. No data hangs on
-  // it: records have m_stateLock. The operator thread cannot sleep through it, for the event that wakes it is signalled
-  // behind the store.
+  // Set once at teardown under m_stateLock, with release, and read with acquire by the message and the operator thread.
+  // No data hangs on it: records have m_stateLock. The operator thread cannot sleep through it, for it looks under that
+  // lock before it says that it will wait.
   std::atomic<bool> m_stop{false};
   std::int32_t m_lastId = 0;                // m_stateLock; the last id given out
   std::unique_ptr<std::thread> m_msgThread; // StartThreads and StopThreads, as the other three
@@ -141,11 +141,13 @@ private:
   std::mutex m_stateLock;
   std::mutex m_exitLock;
   std::mutex m_closeLock;
-  std::mutex m_spareLock;                              // kept, and never locked
-  std::deque<SDK_OperatorData> m_operators;            // m_stateLock; first in first out, no limit
-  bool m_operatorIdle = false;                         // m_stateLock; the operator thread waits for a record
+  std::mutex m_spareLock;                   // kept, and never locked
+  std::deque<SDK_OperatorData> m_operators; // m_stateLock; first in first out, no limit
+  // 1 while the operator thread waits for a record. Written under m_stateLock; the thread waits on it without, and reads
+  // the queue behind that lock, so nothing hangs on its order.
+  std::atomic<std::uint32_t> m_operatorIdle{0};
   std::map<std::int32_t, std::uint32_t> m_idToPid;     // m_stateLock
-  std::vector<std::uint32_t*> m_pidSlots;              // m_stateLock; by id, into m_idToPid, which erases nothing
+  std::vector<std::uint32_t> m_pidsByNumber;           // m_stateLock; what m_idToPid says, for ids that were given out
   std::set<std::int32_t> m_finishedIds;                // m_stateLock; over: no operator is accepted or run
   std::set<std::int32_t> m_closingIds;                 // m_closeLock; a close has been accepted
   std::set<std::int32_t> m_modifyCloseIds;             // m_closeLock; closing, and the user is being asked
@@ -153,7 +155,6 @@ private:
   std::map<std::uint32_t, std::int32_t> m_pidToId;     // m_stateLock
   std::map<platform::Window, std::int32_t> m_hwndToId; // m_stateLock
   std::map<std::uint32_t, std::wstring> m_pidToName;   // m_stateLock; the key of the program's launch row
-  vx::KEvent m_operatorArrived;                        // auto-reset, wakes the operator thread out of WaitForOperator
   std::unique_ptr<std::thread> m_crashThread;
   vx::KEvent m_crashStopEvent;   // auto-reset, signalled once by StopThreads, waited on by the crash watch alone
   bool m_preloadStarted = false; // operator thread; the first preload has run

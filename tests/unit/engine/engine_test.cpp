@@ -4,6 +4,7 @@
 #include "tests/sim/clock.h"
 #include "tests/sim/faults.h"
 #include "tests/sim/file.h"
+#include "tests/sim/sync.h"
 
 #include <algorithm>
 #include <sstream>
@@ -76,15 +77,12 @@ bool EngineTest::DrainQueue() {
 }
 
 bool EngineTest::StopIdle() {
-  constexpr std::uint32_t kLookMs = 500; // how long the operator thread waits for a record
-  constexpr std::uint32_t kPaceMs = 10;  // its pause behind that
-  const auto waits = [] { return sim::SomeoneWaitsFor(kLookMs); };
-  // Before its first wait a rest does not count the thread, and a pause that the clock stops in would not end.
-  if (!DrainQueue() || !sim::WaitFor(waits)) {
+  // Before its first wait a rest does not count the thread.
+  if (!DrainQueue() || !sim::WaitFor([] { return sim::SomeoneWaitsOnAWord(); })) {
     return false;
   }
   sim::SetClockSpeed(0);
-  return sim::WaitForRest() && (waits() || (sim::LetPass(kPaceMs) && waits()));
+  return sim::WaitForRest();
 }
 
 bool EngineTest::HoldQueue() {

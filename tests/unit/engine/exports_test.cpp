@@ -48,7 +48,7 @@ TEST_F(Exports, UnInitWithoutAnEngineBuildsOneAndTearsItDown) {
   VexelSDKThread::DestroyInstance(Engine());
   const int events = sim::OpenedHandles(sim::HandleKind::kEvent);
   EXPECT_EQ(VexelSDK_UnInit(), 1);
-  EXPECT_EQ(sim::OpenedHandles(sim::HandleKind::kEvent), events + 3);
+  EXPECT_EQ(sim::OpenedHandles(sim::HandleKind::kEvent), events + 2);
   EXPECT_EQ(sim::OpenHandles(sim::HandleKind::kEvent), 0);
 }
 

@@ -1,4 +1,6 @@
+#include "tests/sim/clock.h"
 #include "tests/sim/faults.h"
+#include "tests/sim/sync.h"
 #include "tests/sim/world.h"
 #include "tests/unit/engine/engine_test.h"
 
@@ -104,21 +106,38 @@ TEST_F(OperatorLoop, AFinishedIdZeroRefusesPreloadsAndStopsNothingElse) {
   EXPECT_TRUE(sim::WaitFor([] { return Probe().OperatorIsIdle(); })); // and waits, where it would spin
 }
 
-TEST_F(OperatorLoop, AWakeUpThatFailsLosesNoRecord) {
+TEST_F(OperatorLoop, IsWokenUpWithoutAnEventThatTheSystemCouldRefuse) {
+  sim::FailAlways("SetEvent");
+  sim::FailAlways("WaitForSingleObject");
   Engine()->SetCallback(1, Recorder(), this);
   Probe().BindIdToPid(1, 1001);
-  ASSERT_TRUE(sim::WaitFor([] { return Probe().OperatorIsIdle(); }));
-  sim::FailNth("SetEvent", 1);
-  EXPECT_TRUE(Engine()->DoOperator(RecordOf(SDK_SETPOS, 1)));
-  EXPECT_EQ(sim::FaultsFired("SetEvent"), 1);
-  EXPECT_TRUE(WaitForEvents(1));
+  for (std::size_t i = 1; i <= 3; ++i) {
+    ASSERT_TRUE(sim::WaitFor([] { return Probe().OperatorIsIdle() && sim::SomeoneWaitsOnAWord(); }));
+    EXPECT_TRUE(Engine()->DoOperator(RecordOf(SDK_SETPOS, 1)));
+    EXPECT_TRUE(WaitForEvents(i));
+  }
+  EXPECT_EQ(sim::FaultsFired("SetEvent"), 0);
+  sim::ClearFaults();
 }
 
-TEST_F(OperatorLoop, ATeardownWhoseWakeUpFailsReturns) {
-  ASSERT_TRUE(sim::WaitFor([] { return Probe().OperatorIsIdle(); }));
-  sim::FailNth("SetEvent", 3); // behind the signals of the two watches
-  VexelSDKThread::DestroyInstance(Engine());
-  EXPECT_EQ(sim::FaultsFired("SetEvent"), 1);
+TEST_F(OperatorLoop, SleepsForAsLongAsThereIsNothingToDo) {
+  constexpr std::uint32_t kMinuteMs = 60'000;
+  ASSERT_TRUE(StopIdle() && WatchesStand());
+  const int waits = sim::CallCount("WaitOnAddress");
+  ASSERT_TRUE(sim::LetPass(kMinuteMs));
+  EXPECT_EQ(sim::CallCount("WaitOnAddress"), waits);
+  EXPECT_TRUE(sim::SomeoneWaitsOnAWord());
+}
+
+TEST_F(OperatorLoop, EndsByATeardownBothBeforeItsFirstWaitAndInIt) {
+  for (int i = 0; i < 200; ++i) {
+    const auto engine = VexelSDKThread::GetInstance();
+    if (i % 2 == 1) {
+      ASSERT_TRUE(sim::WaitFor([] { return sim::SomeoneWaitsOnAWord(); }));
+    }
+    VexelSDKThread::DestroyInstance(engine);
+    ASSERT_EQ(sim::LiveThreads(), 0u);
+  }
 }
 
 TEST_F(OperatorLoop, TeardownRunsWhatIsQueued) {

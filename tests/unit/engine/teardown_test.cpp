@@ -56,12 +56,12 @@ TEST_F(UnInitCall, EndsTheEditorsTextsBeforeTheDrain) {
   const std::int32_t id = OpenAndStandStill();
   const std::uint32_t pid = Pid(id);
   const std::size_t before = Events().size();
-  const int signals = sim::CallCount("SetEvent");
+  const int wakes = sim::CallCount("WakeByAddressSingle");
   std::thread host([] {
     sim::StandAside();
     VexelSDK_UnInit();
   });
-  ASSERT_TRUE(sim::WaitFor([signals] { return sim::CallCount("SetEvent") >= signals + 3; })); // the threads are told
+  ASSERT_TRUE(sim::WaitFor([wakes] { return sim::CallCount("WakeByAddressSingle") > wakes; })); // the threads are told
   // The operators' thread alone is left, in its exchange.
   const std::uint64_t start = sim::NowMs();
   bool alone = false;

@@ -323,7 +323,7 @@ public:
   void TestBody() override {}
 
   void CrashWatchRunsOn() {
-    sim::FailNth("CreateEventW", 2);
+    sim::FailNth("CreateEventW", 1);
     sim::InstallEditors();
     const platform::Window window = sim::MakeWindow();
     const std::int32_t id = OpenAndWait(window);
@@ -332,15 +332,15 @@ public:
     if (!WaitForEvent("run_error")) { // neither the pause nor the second of doubt takes any time
       std::_Exit(1);
     }
-    const int signals = BeginTeardown();
-    sim::WaitFor([&] { return sim::CallCount("SetEvent") >= signals + 2; });
+    const int wakes = BeginTeardown();
+    sim::WaitFor([&] { return sim::CallCount("WakeByAddressSingle") > wakes; });
     const int looks = sim::CallCount("OpenProcess");
     const bool goesOn = sim::WaitFor([&] { return sim::CallCount("OpenProcess") > looks + 100; });
     std::_Exit(goesOn && !m_returned ? 7 : 1);
   }
 
   void KillThreadRunsOn() {
-    sim::FailNth("CreateEventW", 3);
+    sim::FailNth("CreateEventW", 2);
     sim::InstallEditors();
     Preload();
     const bool drained = DrainQueue();
@@ -348,8 +348,8 @@ public:
     const auto engine = Engine();
     sim::SetClockSpeed(0);
     const bool first = EngineProbe(engine).AddToKillList(pids[0]) && Ends(pids[0]);
-    const int signals = BeginTeardown();
-    sim::WaitFor([&] { return sim::CallCount("SetEvent") >= signals + 2; });
+    const int wakes = BeginTeardown();
+    sim::WaitFor([&] { return sim::CallCount("WakeByAddressSingle") > wakes; });
     const bool second = EngineProbe(engine).AddToKillList(pids[1]) && Ends(pids[1]);
     std::_Exit(drained && first && second && !m_returned ? 7 : 1);
   }
@@ -360,12 +360,12 @@ private:
   }
 
   int BeginTeardown() {
-    const int signals = sim::CallCount("SetEvent");
+    const int wakes = sim::CallCount("WakeByAddressSingle");
     std::thread([this, engine = Engine()] {
       VexelSDKThread::DestroyInstance(engine);
       m_returned = true;
     }).detach();
-    return signals;
+    return wakes;
   }
 
   std::atomic<bool> m_returned{false};

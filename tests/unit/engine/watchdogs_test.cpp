@@ -353,13 +353,14 @@ TEST(Teardown, LosesAStopThatFallsIntoTheSecondOfDoubt) {
             while (Probe().KnowsWindow(window) && sim::LetPass(100)) {
             }
             sim::WaitForRest();
-            const int signals = sim::CallCount("SetEvent");
+            const int wakes = sim::CallCount("WakeByAddressSingle");
             std::atomic<bool> returned{false};
             std::thread teardown([&] {
               VexelSDKThread::DestroyInstance(VexelSDKThread::GetInstance());
               returned = true;
             });
-            sim::WaitFor([&] { return sim::CallCount("SetEvent") >= signals + 3; }); // the stop of each waiting thread
+            // The last of the stops, one for each waiting thread.
+            sim::WaitFor([&] { return sim::CallCount("WakeByAddressSingle") > wakes; });
             sim::SetClockSpeed(kFast);
             sim::WaitFor([&] { return returned.load() || sim::NowMs() > 60000; });
             std::_Exit(returned ? 1 : 7);
