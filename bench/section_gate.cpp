@@ -22,6 +22,7 @@ constexpr std::size_t kPushes = 64; // timed together
 constexpr std::int32_t kWindows = 10000;
 constexpr std::uint32_t kLinks = 64;
 constexpr std::uint32_t kFirstPid = 700001;
+constexpr platform::Window kOneWindow = 0x1000;
 
 SDK_OperatorData MoveRecord(std::int32_t id) {
   SDK_OperatorData record;
@@ -64,7 +65,7 @@ class Gate {
 public:
   Gate() : m_engine(VexelSDKThread::GetInstance()), m_probe(*m_engine) {
     m_probe.StopThreads();
-    if (!m_probe.Bind(1, kFirstPid)) {
+    if (m_engine->AllocateEditorId(kOneWindow) != 1 || !m_probe.Bind(1, kFirstPid)) {
       std::exit(1);
     }
   }
@@ -184,6 +185,7 @@ void MeasureGrowth(const Effort& effort, Gate& gate, Report& report) {
     gate.Probe().Bind(id, kFirstPid + static_cast<std::uint32_t>(i) % kLinks);
     gate.Engine().SetCallback(id, Callback, nullptr);
   }
+  gate.Call(MoveRecord(kWindows), 0); // brings about what the gate keeps of its own
   const double perWindow = (HeapBytes() - before) / kWindows;
   gate.Probe().Swap(large); // aside: the small tables are in place
 

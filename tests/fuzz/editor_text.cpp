@@ -33,6 +33,7 @@ public:
     engine.m_modifyCloseIds.clear();
     engine.m_pidToId.clear();
     engine.m_idToPid.clear();
+    engine.m_pidsByNumber.clear();
   }
 };
 

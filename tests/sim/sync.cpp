@@ -1,6 +1,7 @@
 #include "platform/sync.h"
 
 #include <chrono>
+#include <list>
 #include <map>
 #include <memory>
 #include <thread>
@@ -64,14 +65,19 @@ public:
   bool signalled;
 };
 
+struct WordWaiter {
+  const void* word = nullptr;
+  bool woken = false;
+  std::condition_variable changed;
+};
+
 struct Sync {
   std::map<std::wstring, std::shared_ptr<Mutant>> named;
   std::vector<std::weak_ptr<Mutant>> mutexes;
   std::vector<std::weak_ptr<Event>> events;
   std::uint32_t nextForeign = 0x80000000u; // owners in other processes, apart from all thread numbers
   std::condition_variable sleepers;
-  std::condition_variable words; // of all words that threads wait on
-  int onWords = 0;               // threads that do
+  std::list<WordWaiter> onWords; // threads that wait on a word, the first to come in front
 };
 
 Sync& TheSync() {
@@ -189,7 +195,7 @@ bool MutexIsOwned(const std::wstring& name) {
 
 bool SomeoneWaitsOnAWord() {
   const Lock lock = TakeLock();
-  return TheSync().onWords > 0;
+  return !TheSync().onWords.empty();
 }
 
 void SignalAllEvents() {
@@ -314,14 +320,26 @@ bool CloseHandle(Handle object) {
 
 void WaitOnAddress(const std::atomic<std::uint32_t>* word, std::uint32_t seen) {
   Call call("WaitOnAddress");
-  ++sim::TheSync().onWords;
-  WaitUntil(call.GetLock(), sim::TheSync().words, kNever, [=] { return word->load() != seen; });
-  --sim::TheSync().onWords;
+  if (word->load() != seen) {
+    return;
+  }
+  std::list<sim::WordWaiter>& waiters = sim::TheSync().onWords;
+  const auto place = waiters.emplace(waiters.end());
+  place->word = word;
+  // A wake ends the wait, and not the change alone: so a wake that is missing shows.
+  WaitUntil(call.GetLock(), place->changed, kNever, [place] { return place->woken; });
+  waiters.erase(place);
 }
 
-void WakeByAddressSingle(const std::atomic<std::uint32_t>* /*word*/) {
+void WakeByAddressSingle(const std::atomic<std::uint32_t>* word) {
   const Call call("WakeByAddressSingle");
-  sim::TheSync().words.notify_all();
+  for (sim::WordWaiter& waiter : sim::TheSync().onWords) {
+    if (waiter.word == word && !waiter.woken) {
+      waiter.woken = true;
+      waiter.changed.notify_all();
+      return;
+    }
+  }
 }
 
 void Sleep(std::uint32_t milliseconds) {

@@ -131,8 +131,7 @@ void Walker::OnEvent(char* text, void* data) {
 bool Walker::WaitsFail() const { return Forever("WaitForSingleObject") && sim::FaultsFired() > 0; }
 
 bool Walker::StartEngine() {
-  // A look at the engine builds it. Only when its threads wait does it get a record: whether the operator thread has
-  // begun by then would decide over a wake-up, so over the number of calls.
+  // A look at the engine builds it. Only when its threads wait does it get a record, so that each walk begins alike.
   const int events = sim::CallCount("CreateEventW");
   IsClose(0);
   // The engine's two events are the brakes of the watches.

@@ -156,10 +156,10 @@ bool VexelSDKThread::BindIdToPid(std::int32_t id, std::uint32_t pid) {
     return false;
   }
   m_idToPid[id] = pid;
-  m_pidToId[pid] = id;
   if (id > 0 && static_cast<std::size_t>(id) < m_pidsByNumber.size()) {
-    m_pidsByNumber[static_cast<std::size_t>(id)] = pid;
+    m_pidsByNumber[static_cast<std::size_t>(id)] = pid; // before anything else that may fail: the two never differ
   }
+  m_pidToId[pid] = id;
   return true;
 }
 

@@ -68,9 +68,9 @@ bool VexelSDKThread::Enqueue(const SDK_OperatorData& record, bool testFinished) 
     }
     copy.m_pid = GetPidByIdLocked(record.m_id);
     m_operators.push_back(std::move(copy));
+    // Under the lock a load and a store do what an exchange would.
     wake = m_operatorIdle.load(std::memory_order_relaxed) != 0;
-    m_operatorIdle.store(0,
-                         std::memory_order_relaxed); // two plain moves: under the lock they are as good as an exchange
+    m_operatorIdle.store(0, std::memory_order_relaxed);
   }
   if (wake) {
     platform::WakeByAddressSingle(&m_operatorIdle);
@@ -92,7 +92,7 @@ bool VexelSDKThread::TakeOperator(SDK_OperatorData& record, bool& done) {
 }
 
 /// The queue's wake-up, in place of a look every 10 milliseconds. It waits on a word of memory and not on an event, which
-/// the system could refuse to make or to signal: the record would then lie until the next one comes.
+/// the system could refuse to make or to signal: the record would then lie for ever.
 void VexelSDKThread::WaitForOperator() {
   while (m_operatorIdle.load(std::memory_order_relaxed) != 0) {
     platform::WaitOnAddress(&m_operatorIdle, 1);

@@ -54,6 +54,40 @@ TEST_F(EngineState, AWindowTakenOutOfTheTableStartsWithANewId) {
   EXPECT_EQ(Engine()->AllocateEditorId(kWindow), 2);
 }
 
+TEST_F(EngineState, ThePidOfAnIdIsTheOneOfTheTableHoweverItCameThere) {
+  const auto same = [this](std::int32_t id, std::uint32_t pid) {
+    EXPECT_EQ(Probe().GetPidById(id), pid) << "id " << id;
+    const auto table = Engine()->CopyIdToPid();
+    const auto found = table.find(id);
+    ASSERT_NE(found, table.end()) << "id " << id;
+    EXPECT_EQ(found->second, pid) << "id " << id;
+  };
+  // Before the ids are given out, and behind it.
+  for (const std::int32_t id : {-1, 0, 2, 3}) {
+    same(id, 0);
+  }
+  EXPECT_TRUE(Probe().BindIdToPid(3, 700));
+  for (const platform::Window window : {kWindow, kOtherWindow, kOtherWindow + 1, kOtherWindow + 2}) {
+    Engine()->AllocateEditorId(window);
+  }
+  same(1, 0);
+  same(2, 0);
+  same(3, 700);
+  same(5, 0); // not given out yet
+  // Each way to another process, among them the number that stands for none seen.
+  for (const std::uint32_t pid : {900u, 0u, 0xFFFFFFFFu, 901u}) {
+    for (const std::int32_t id : {-1, 0, 1, 3, 4, 5}) {
+      EXPECT_TRUE(Probe().BindIdToPid(id, pid));
+      same(id, pid);
+    }
+  }
+  EXPECT_EQ(Engine()->AllocateEditorId(kOtherWindow + 3), 5);
+  same(5, 901);
+  Probe().SetFinished(4);
+  EXPECT_FALSE(Probe().BindIdToPid(4, 902));
+  same(4, 901);
+}
+
 TEST_F(EngineState, AnIdNeverSeenIsInNoSet) {
   EXPECT_FALSE(Engine()->IsClosing(77));
   EXPECT_FALSE(Engine()->IsFinished(77));

@@ -149,7 +149,7 @@ void EngineTest::SendAndWait(std::uint32_t pid, const std::string& text) {
   ASSERT_TRUE(sim::SendEvent(pid, text));
   ASSERT_TRUE(sim::FlushEvents(pid));
   // Passes of the message thread behind the arrival, the first of which may have begun before it: with an empty queue
-  // nobody else sleeps, but for the operator thread between its looks.
+  // nobody else sleeps.
   ASSERT_TRUE(DrainQueue());
   const int before = sim::CallCount("Sleep");
   ASSERT_TRUE(sim::WaitFor([&] { return sim::CallCount("Sleep") >= before + 5; }));
