@@ -55,7 +55,7 @@ TEST_F(EngineState, AWindowTakenOutOfTheTableStartsWithANewId) {
 }
 
 TEST_F(EngineState, ThePidOfAnIdIsTheOneOfTheTableHoweverItCameThere) {
-  const auto same = [this](std::int32_t id, std::uint32_t pid) {
+  const auto same = [](std::int32_t id, std::uint32_t pid) {
     EXPECT_EQ(Probe().GetPidById(id), pid) << "id " << id;
     const auto table = Engine()->CopyIdToPid();
     const auto found = table.find(id);
