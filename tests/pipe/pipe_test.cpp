@@ -183,39 +183,44 @@ std::size_t HandleCount() {
   return count;
 }
 
-template <typename Type> const Type* At(HMODULE module, std::size_t offset) {
-  return reinterpret_cast<const Type*>(reinterpret_cast<const unsigned char*>(module) + offset);
+const char* At(HMODULE module, std::size_t offset) { return reinterpret_cast<const char*>(module) + offset; }
+
+/// Copied out: a linker need not align what is there as the type asks for.
+template <typename Type> Type Read(HMODULE module, std::size_t offset) {
+  Type value;
+  std::memcpy(&value, At(module, offset), sizeof value);
+  return value;
 }
 
-const IMAGE_DATA_DIRECTORY& Directory(HMODULE module, std::size_t index) {
-  const auto* dos = At<IMAGE_DOS_HEADER>(module, 0);
-  return At<IMAGE_NT_HEADERS>(module, static_cast<std::size_t>(dos->e_lfanew))->OptionalHeader.DataDirectory[index];
+/// The offset of what a directory of the file describes.
+std::size_t Directory(HMODULE module, std::size_t index) {
+  const auto headers = static_cast<std::size_t>(Read<IMAGE_DOS_HEADER>(module, 0).e_lfanew);
+  return Read<IMAGE_NT_HEADERS>(module, headers).OptionalHeader.DataDirectory[index].VirtualAddress;
 }
 
 // ---- the library as a file
 
 TEST(Library, ExportsFiveNamesAndNothingElse) {
   const HMODULE module = TheLibrary().module;
-  const auto* exports =
-      At<IMAGE_EXPORT_DIRECTORY>(module, Directory(module, IMAGE_DIRECTORY_ENTRY_EXPORT).VirtualAddress);
-  EXPECT_EQ(exports->NumberOfFunctions, 5u);
+  const auto exports = Read<IMAGE_EXPORT_DIRECTORY>(module, Directory(module, IMAGE_DIRECTORY_ENTRY_EXPORT));
+  EXPECT_EQ(exports.NumberOfFunctions, 5u);
   std::vector<std::string> names;
-  for (DWORD i = 0; i < exports->NumberOfNames; ++i) {
-    names.emplace_back(At<char>(module, At<DWORD>(module, exports->AddressOfNames)[i]));
+  for (std::size_t i = 0; i < exports.NumberOfNames; ++i) {
+    names.emplace_back(At(module, Read<DWORD>(module, exports.AddressOfNames + i * sizeof(DWORD))));
   }
   EXPECT_EQ(names, (std::vector<std::string>{"CltComunicate", "CltConnectServer", "CltDisConnect", "CreatePipeSvr",
                                              "ReleasePipeSvr"}));
-  EXPECT_STREQ(At<char>(module, exports->Name), "vpipearm64.dll");
+  EXPECT_STREQ(At(module, exports.Name), "vpipearm64.dll");
 }
 
 TEST(Library, NeedsTheSystemsOwnLibrariesOnly) {
   const HMODULE module = TheLibrary().module;
   const std::set<std::string> system{"ADVAPI32.dll", "KERNEL32.dll", "msvcrt.dll"};
   int count = 0;
-  for (const auto* import =
-           At<IMAGE_IMPORT_DESCRIPTOR>(module, Directory(module, IMAGE_DIRECTORY_ENTRY_IMPORT).VirtualAddress);
-       import->Name != 0; ++import) {
-    const std::string name = At<char>(module, import->Name);
+  std::size_t offset = Directory(module, IMAGE_DIRECTORY_ENTRY_IMPORT);
+  for (auto entry = Read<IMAGE_IMPORT_DESCRIPTOR>(module, offset); entry.Name != 0;
+       entry = Read<IMAGE_IMPORT_DESCRIPTOR>(module, offset += sizeof entry)) {
+    const std::string name = At(module, entry.Name);
     EXPECT_TRUE(system.count(name) == 1 || name.rfind("api-ms-win-crt-", 0) == 0) << name;
     ++count;
   }

@@ -68,13 +68,13 @@ void MeasureHeaps(Usage& usage) {
 
 std::uint64_t PrivateBytes() {
   std::uint64_t bytes = 0;
-  const unsigned char* at = nullptr;
+  std::uintptr_t at = 0; // a number: the addresses run over regions that are no objects
   MEMORY_BASIC_INFORMATION region{};
-  while (VirtualQuery(at, &region, sizeof region) == sizeof region) {
+  while (VirtualQuery(reinterpret_cast<const void*>(at), &region, sizeof region) == sizeof region) {
     if (region.State == MEM_COMMIT && region.Type == MEM_PRIVATE) {
       bytes += region.RegionSize;
     }
-    at = static_cast<const unsigned char*>(region.BaseAddress) + region.RegionSize;
+    at = reinterpret_cast<std::uintptr_t>(region.BaseAddress) + region.RegionSize;
   }
   return bytes;
 }

@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cctype>
 #include <iostream>
 #include <utility>
 
@@ -29,7 +30,20 @@ constexpr auto kLeaveLimit = 180s;
 /// A close lets through the calls that are under way, and seldom is there one.
 constexpr int kEventsBehindCloses = 3;
 constexpr int kClosesForOneEvent = 10;
+constexpr std::size_t kPrograms = 2; // one process of each waits
 constexpr std::int64_t kTransparent = WS_EX_TRANSPARENT;
+
+/// Whether `text` holds `word`, and no letter or digit on either side of it.
+bool HasWord(const std::string& text, const std::string& word) {
+  for (std::size_t at = text.find(word); at != std::string::npos; at = text.find(word, at + 1)) {
+    const std::size_t end = at + word.size();
+    if ((at == 0 || std::isalnum(static_cast<unsigned char>(text[at - 1])) == 0) &&
+        (end == text.size() || std::isalnum(static_cast<unsigned char>(text[end])) == 0)) {
+      return true;
+    }
+  }
+  return false;
+}
 
 } // namespace
 
@@ -59,7 +73,18 @@ std::int64_t Driver::Ask(const std::string& command, std::int32_t id) {
 }
 
 void Driver::Fail(const Life* life, const std::string& what) {
-  ADD_FAILURE() << what << " (seed " << m_plan.seed << ")\n" << (life == nullptr ? "" : life->History());
+  std::string more;
+  if (life != nullptr) {
+    more = life->History();
+    const std::string id = "m_id=" + std::to_string(life->Id());
+    const std::string pid = std::to_string(life->Pid());
+    for (const std::string& line : m_folder.Log()) {
+      if (HasWord(line, id) || HasWord(line, pid)) {
+        more += "\n    " + line;
+      }
+    }
+  }
+  ADD_FAILURE() << what << " (seed " << m_plan.seed << ")\n" << more;
 }
 
 void Driver::SetKind(const EditorKind& kind) {
@@ -115,7 +140,11 @@ bool Driver::HasEnded(Slot& slot) {
     EndLife(slot, End::kFinished);
     return true;
   }
-  if (life.Crashes() > 0 && life.Started() == life.Opens() && !slot.isUnwatched) {
+  if (life.Crashes() > 0 && !slot.isUnwatched) {
+    if (life.Started() < life.Opens() || life.CrashedPid() != life.Pid()) {
+      slot.isUnwatched = true; // it was the editor before this one, and a window's crash is told once
+      return false;
+    }
     if (slot.window != 0 && (m_host.Ask("exstyle " + std::to_string(slot.window)) & kTransparent) == 0) {
       Fail(&life, "a crash that did not mark its window");
     }
@@ -154,9 +183,6 @@ void Driver::Release(std::uint32_t pid, std::int32_t id, bool mayStay) {
 
 void Driver::LookAtOpening(Slot& slot) {
   Life& life = *slot.life;
-  if (life.Crashes() > 0 && life.Opens() > 1 && !slot.isUnwatched && life.Started() < life.Opens()) {
-    slot.isUnwatched = true; // the old editor's end was told before it was replaced, and a window's crash is told once
-  }
   if (HasEnded(slot)) {
     return;
   }
@@ -347,26 +373,51 @@ void Driver::CheckLeftBehind() {
            "the process " + std::to_string(leaving.pid) + " is left behind");
     }
   }
-  int waiting = 0;
+  // Some that serve nobody are still on their way out: ended from outside, or on the list of those to be ended.
+  const auto isNobodys = [this](std::uint32_t pid) {
+    return m_folder.LogWith("done. pid=" + std::to_string(pid)).empty();
+  };
+  std::vector<std::uint32_t> waiting = ProgramsBut(left);
+  while (!IsPast(end) && (waiting.size() > kPrograms || std::any_of(waiting.begin(), waiting.end(), isNobodys))) {
+    Sweep();
+    Sleep(100);
+    waiting = ProgramsBut(left);
+  }
+  for (const std::uint32_t pid : waiting) {
+    if (isNobodys(pid)) {
+      Fail(LastLifeOf(pid), "a process of nobody's: " + std::to_string(pid));
+    } else if (waiting.size() > kPrograms) {
+      Fail(LastLifeOf(pid), std::to_string(waiting.size()) + " processes wait, and there are two programs; one is " +
+                                std::to_string(pid));
+    }
+  }
+}
+
+/// All processes of the viewers and editors but these.
+std::vector<std::uint32_t> Driver::ProgramsBut(const std::set<std::uint32_t>& these) const {
+  std::vector<std::uint32_t> pids;
   for (const sdktest::Program& program : sdktest::ProgramsUnder(m_folder.Path())) {
-    if (program.name == L"testhost.exe" || left.contains(program.pid)) {
-      continue;
-    }
-    ++waiting;
-    if (m_folder.LogWith("done. pid=" + std::to_string(program.pid)).empty()) {
-      Fail(nullptr, "a process of nobody's: " + std::to_string(program.pid));
+    if (program.name != L"testhost.exe" && !these.contains(program.pid)) {
+      pids.push_back(program.pid);
     }
   }
-  if (waiting > 2) {
-    Fail(nullptr, std::to_string(waiting) + " processes wait, and there are two programs");
+  return pids;
+}
+
+const Life* Driver::LastLifeOf(std::uint32_t pid) const {
+  const Life* last = nullptr;
+  for (const auto& [id, life] : m_past) {
+    last = life->Pid() == pid ? life.get() : last;
   }
+  return last;
 }
 
 void Driver::CheckReports() {
   const Clock::time_point end = Clock::now() + kSilence;
   const auto isTold = [this](const auto& each) {
     const Life& life = *m_past.at(each.first);
-    return life.Crashes() == 1 || life.Finishes() > 0;
+    // An operation that was on its way to the dead editor may finish the id without a word before the watch tells.
+    return life.Crashes() == 1 || life.Finishes() > 0 || Ask("isclose", each.first) == 1;
   };
   while (!IsPast(end) && !std::all_of(m_awaited.begin(), m_awaited.end(), isTold)) {
     TakeEvents();

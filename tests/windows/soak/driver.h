@@ -117,6 +117,8 @@ private:
   void Sweep();
   void Pass();
   std::size_t CountSlots(Step step) const;
+  std::vector<std::uint32_t> ProgramsBut(const std::set<std::uint32_t>& these) const;
+  const Life* LastLifeOf(std::uint32_t pid) const;
   std::int64_t Ask(const std::string& command, std::int32_t id);
 
   sdktest::HostProcess& m_host;

@@ -87,6 +87,7 @@ std::string Life::Judge(const std::string& text) {
     return {};
   }
   if (IsType(text, "run_error")) {
+    m_crashedPid = pid;
     return ++m_crashes > 1    ? "a second report of a crash"
            : m_finishes > 0   ? "a crash of an editor that has left"
            : param != "crash" ? "an error that is no crash"

@@ -46,6 +46,8 @@ public:
   /// Whether the last process that was started has taken the open.
   bool IsOpen() const { return Started() == m_opens && m_hasOpenSuccess; }
   int Crashes() const { return m_crashes; }
+  /// The process whose crash was told; it need not be the one that serves the id now.
+  std::uint32_t CrashedPid() const { return m_crashedPid; }
   int Finishes() const { return m_finishes; }
   bool IsModified() const { return m_isModified; }
   /// How the process answers the question about unsaved changes; "" while it has not said so.
@@ -70,6 +72,7 @@ private:
   std::vector<std::uint32_t> m_pids;
   bool m_hasOpenSuccess = false;
   int m_crashes = 0;
+  std::uint32_t m_crashedPid = 0;
   int m_finishes = 0;
   int m_afterClose = 0;
   bool m_isModified = false;

@@ -58,6 +58,16 @@ void CheckLevel(const std::vector<Driver::Mark>& marks) {
   }
 }
 
+/// The failures once more, behind all that was said in between.
+void RepeatFailures() {
+  const testing::TestResult& result = *testing::UnitTest::GetInstance()->current_test_info()->result();
+  for (int i = 0; i < result.total_part_count(); ++i) {
+    if (const testing::TestPartResult& part = result.GetTestPartResult(i); part.failed()) {
+      std::cout << "soak: failed: line " << part.line_number() << ": " << part.message() << std::endl;
+    }
+  }
+}
+
 TEST_F(Soak, EditorsThatDieHangAndFloodLeaveNothingUnknown) {
   Plan plan;
   plan.windows = static_cast<std::size_t>(Setting("VEXEL_SOAK_WINDOWS", 8));
@@ -102,6 +112,7 @@ TEST_F(Soak, EditorsThatDieHangAndFloodLeaveNothingUnknown) {
   EXPECT_EQ(BrokenLine(ReadFileBytes(Folder().LogFile())), "");
   // The host is whole: it opens a picture with a fresh engine.
   EXPECT_EQ(OpenAndWait().id, 1);
+  RepeatFailures();
 }
 
 } // namespace
