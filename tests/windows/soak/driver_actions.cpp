@@ -43,15 +43,20 @@ void Driver::Replace(Slot& slot) {
   ++m_opens;
   ++m_replaced;
   if (id != slot.life->Id()) {
-    // Its editor has come to an end in the meantime, which may yet be told. The new id begins a life of its own.
+    // The watch has let go of the window: this editor has come to its end, or the one before it has, which may yet be
+    // told. The new id begins a life of its own.
     TakeEvents();
     const bool isFinished = Ask("isclose", slot.life->Id()) == 1;
-    if (id <= m_lastId || (!isFinished && IsRunning(old))) {
+    const bool livesOn = !isFinished && IsRunning(old);
+    if (id <= m_lastId || (livesOn && slot.life->Opens() == 1)) {
       Fail(slot.life.get(), "a living window was given the new id " + std::to_string(id));
     }
-    if (!HasEnded(slot)) {
+    if (!HasEnded(slot) && livesOn) {
+      Ask("close", slot.life->Id());
+      EndLife(slot, End::kClosed);
+    } else if (slot.life != nullptr) { // not told yet
       if (!isFinished && !slot.isUnwatched) {
-        m_awaited[slot.life->Id()] = slot.window; // the watch has let go of the window, and tells of the crash now
+        m_awaited[slot.life->Id()] = slot.window; // the crash is told now
       }
       EndLife(slot, isFinished ? End::kFailed : End::kReplacedLate);
     }

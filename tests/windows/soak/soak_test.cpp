@@ -85,6 +85,7 @@ TEST_F(Soak, EditorsThatDieHangAndFloodLeaveNothingUnknown) {
   ASSERT_TRUE(driver.OpenAll());
   const Usage early = AskUsage(Host());
   driver.Run();
+  ASSERT_FALSE(HasFailure()) << driver.Summary(); // what is left then says nothing
   driver.CheckReports();
   driver.CheckLeftBehind();
   CheckLevel(driver.Marks());
