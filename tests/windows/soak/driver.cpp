@@ -27,6 +27,8 @@ constexpr auto kSweepPause = 400ms;
 /// Long enough that a crash which is going to be told has been told.
 constexpr auto kSilence = 45s;
 constexpr auto kLeaveLimit = 180s;
+/// Longer than the crash watch doubts: a stop that falls into its second of doubt is lost, and the teardown never ends.
+constexpr auto kDoubt = 5s;
 /// A close lets through the calls that are under way, and seldom is there one.
 constexpr int kEventsBehindCloses = 3;
 constexpr int kClosesForOneEvent = 10;
@@ -340,6 +342,11 @@ void Driver::Run() {
   m_isEnding = true;
   SetKind(CalmEditor());
   while (!HasFailed() && CountSlots(Step::kAway) < m_slots.size()) {
+    Pass();
+  }
+  // With all ids at their end no doubt begins any more.
+  const Clock::time_point calm = Clock::now() + kDoubt;
+  while (!IsPast(calm)) {
     Pass();
   }
 }
