@@ -90,8 +90,9 @@ void Driver::Fail(const Life* life, const std::string& what) {
 }
 
 void Driver::SetKind(const EditorKind& kind) {
-  m_host.Do("setenv VEXEL_EDITOR_ZOO " + wire::Encode(sdktest::Wide(kind.zoo)));
+  m_host.Do("setenv VEXEL_EDITOR_ZOO " + wire::Encode(sdktest::Wide(kind.silentZoo)));
   m_host.Do("setenv VEXEL_EDITOR_ANSWER " + wire::Encode(sdktest::Wide(kind.answer)));
+  m_host.Do("setenv VEXEL_EDITOR_ZOO " + wire::Encode(sdktest::Wide(kind.zoo)));
 }
 
 std::size_t Driver::CountSlots(Step step) const {
@@ -346,7 +347,7 @@ void Driver::Run() {
   }
   // With all ids at their end no doubt begins any more.
   const Clock::time_point calm = Clock::now() + kDoubt;
-  while (!IsPast(calm)) {
+  while (!HasFailed() && !IsPast(calm)) {
     Pass();
   }
 }

@@ -35,9 +35,14 @@ std::string Events(const std::string& answer, const std::string& zoo) {
          R"(,"flood":)" + count.substr(0, count.find(';')) + R"(,"process_id":%PID%}||no json||{"type":7})";
 }
 
+EditorKind Kind(const std::string& answer, const std::string& zoo) {
+  const std::string more = zoo.empty() ? "" : ";" + zoo;
+  return {Events("", zoo) + more, answer, Events(answer, zoo) + more};
+}
+
 } // namespace
 
-EditorKind CalmEditor() { return {Events("discard", ""), "discard"}; }
+EditorKind CalmEditor() { return Kind("discard", ""); }
 
 EditorKind RandomEditor(std::mt19937& random) {
   int sum = 0;
@@ -51,9 +56,7 @@ EditorKind RandomEditor(std::mt19937& random) {
     ++at;
   }
   constexpr std::array<const char*, 3> kAnswers{"save", "discard", "cancel"};
-  const std::string answer = kAnswers[random() % kAnswers.size()];
-  const std::string zoo = kKinds[at].zoo;
-  return {zoo.empty() ? Events(answer, zoo) : Events(answer, zoo) + ";" + zoo, answer};
+  return Kind(kAnswers[random() % kAnswers.size()], kKinds[at].zoo);
 }
 
 } // namespace soak
