@@ -30,9 +30,10 @@ void* operator new(std::size_t size) {
   return block;
 }
 
-void operator delete(void* block) noexcept { std::free(block); }
+// Not inlined, or the compiler sees a block from `new` go to `free` and takes it for a mistake.
+__attribute__((noinline)) void operator delete(void* block) noexcept { std::free(block); }
 
-void operator delete(void* block, std::size_t) noexcept { std::free(block); }
+__attribute__((noinline)) void operator delete(void* block, std::size_t) noexcept { std::free(block); }
 
 namespace {
 

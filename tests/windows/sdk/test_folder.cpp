@@ -54,14 +54,20 @@ TestFolder::TestFolder() {
 
 TestFolder::~TestFolder() {
   // A program that was being started when its host ended is not listed under its path at once, so each turn looks anew.
-  EXPECT_TRUE(WaitFor([this] {
+  std::error_code error;
+  const bool isGone = WaitFor([&] {
     for (const Program& program : ProgramsUnder(m_path)) {
       EndProgram(program.pid);
     }
-    std::error_code error;
     std::filesystem::remove_all(m_path, error);
     return !FileExists(m_path.substr(0, m_path.size() - 1));
-  }));
+  });
+  if (!isGone) {
+    ADD_FAILURE() << "the folder cannot be removed: " << error.message();
+    for (const Program& program : ProgramsUnder(m_path)) {
+      ADD_FAILURE() << "process " << program.pid << " cannot be ended";
+    }
+  }
   RegDeleteTreeW(HKEY_CURRENT_USER, m_registryKey.c_str());
 }
 
